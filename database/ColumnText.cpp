@@ -1,0 +1,48 @@
+#include "ColumnText.h"
+
+#include "StringTokenizer.h"
+
+#include <cstdlib>
+
+namespace velm {
+
+bool isTrue(char c) {
+    return c == 't' || c == 'T' || c == '1';
+}
+
+bool isFalse(char c) {
+    return c == 'f' || c == 'F' || c == '0';
+}
+
+int monthToInt(const std::string& name) {
+    static const char* const months[] = {"Jan", "Feb", "Mar", "Apr", "May", "Jun",
+                                         "Jul", "Aug", "Sep", "Oct", "Nov", "Dec"};
+    for (int month = 0; month < 12; ++month)
+        if (name == months[month])
+            return month;
+    return -1;
+}
+
+time_t convertTime(const char* text) {
+    if (text == nullptr)
+        return 0;
+    StringTokenizer tokens(text, ":- .");
+    if (tokens.countTokens() != 7)
+        return 0;
+    tokens.nextToken();  // the weekday says nothing the date does not
+    int month = monthToInt(tokens.nextToken());
+    if (month == -1)
+        return 0;
+    struct tm calendar = {};
+    calendar.tm_mon = month;
+    calendar.tm_mday = std::atoi(tokens.nextToken().c_str());
+    calendar.tm_hour = std::atoi(tokens.nextToken().c_str());
+    calendar.tm_min = std::atoi(tokens.nextToken().c_str());
+    calendar.tm_sec = std::atoi(tokens.nextToken().c_str());
+    calendar.tm_year = std::atoi(tokens.nextToken().c_str()) - 1900;
+    calendar.tm_isdst = -1;
+    time_t converted = mktime(&calendar);
+    return converted == static_cast<time_t>(-1) ? 0 : converted;
+}
+
+} // namespace velm

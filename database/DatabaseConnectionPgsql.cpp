@@ -1,0 +1,141 @@
+#include "DatabaseConnectionPgsql.h"
+
+#include "QueryResultPtr.h"
+#include "URL.h"
+
+#include <libpq-fe.h>
+
+namespace velm {
+
+extern "C" void DbcNoticeProcessor(void* arg, const char* message) {
+    if (arg != nullptr)
+        static_cast<DatabaseConnectionPgsql*>(arg)->handleNoticeMessage(message);
+}
+
+DatabaseConnectionPgsql::DatabaseConnectionPgsql() : m_conn(nullptr), m_trace("DatabaseConnection") {}
+
+DatabaseConnectionPgsql::~DatabaseConnectionPgsql() {
+    close();
+}
+
+bool DatabaseConnectionPgsql::connect(const char* database, const char* user, const char* password) {
+    if (database == nullptr || user == nullptr || password == nullptr)
+        return error("missing connection parameters");
+
+    std::string host;
+    std::string dbName;
+    std::string port;
+    osk::URL url(database);
+    if (url.isValid()) {
+        host = url.getHost();
+        dbName = url.getPath();
+        if (url.getPort() > 0)
+            port = std::to_string(url.getPort());
+    } else {
+        dbName = database;
+    }
+    m_trace.prn("host=%s, db=%s, port=%s", host.c_str(), dbName.c_str(), port.c_str());
+
+    std::string conninfo;
+    if (!host.empty())
+        conninfo += "host=" + host + " ";
+    if (!port.empty())
+        conninfo += "port=" + port + " ";
+    conninfo += "dbname=" + dbName + " ";
+    conninfo += "user=" + std::string(user) + " ";
+    conninfo += "password=" + std::string(password);
+    m_trace.prn("%s", conninfo.c_str());
+
+    m_conn = PQconnectdb(conninfo.c_str());
+    if (m_conn == nullptr)
+        return error();
+    PQsetNoticeProcessor(m_conn, &DbcNoticeProcessor, this);
+    if (PQstatus(m_conn) != CONNECTION_OK) {
+        m_trace.prn("connection failed, status=%d\n", static_cast<int>(PQstatus(m_conn)));
+        return error();
+    }
+    return okay();
+}
+
+void DatabaseConnectionPgsql::close() {
+    if (m_conn == nullptr)
+        return;
+    PQfinish(m_conn);
+    m_trace.prn("connection closed");
+    m_conn = nullptr;
+}
+
+bool DatabaseConnectionPgsql::active() {
+    if (m_conn == nullptr)
+        return error("no connection");
+    return PQstatus(m_conn) == CONNECTION_OK;
+}
+
+bool DatabaseConnectionPgsql::reset() {
+    if (m_conn == nullptr)
+        return error("no connection to reset");
+    PQreset(m_conn);
+    if (PQstatus(m_conn) == CONNECTION_OK)
+        return okay();
+    return error();
+}
+
+bool DatabaseConnectionPgsql::execute(const char* sql, QueryResultPtr& result) {
+    if (m_conn == nullptr)
+        return error("no connection");
+    m_trace.prn("Executing query: \n%s\n", sql);
+    result.setSqlCommand(sql);
+
+    PGresult* pgResult = PQexec(m_conn, sql);
+    if (pgResult == nullptr) {
+        m_trace.prn("fatal query error: retrying connection");
+        if (!reset())
+            return error("fatal error, query failed");
+        m_trace.prn("connection reset, retrying query");
+        pgResult = PQexec(m_conn, sql);
+        if (pgResult == nullptr)
+            return error("fatal query error after reset");
+    }
+    m_trace.prn("query returned, setting result");
+    result.setResult(pgResult);
+
+    std::string statusName;
+    if (result.failed() && result.getErrorCode(statusName) == PGRES_FATAL_ERROR) {
+        m_trace.prn("fatal error, retrying after: %s", statusName.c_str());
+        if (!reset())
+            return error("fatal query error, connection reset failed");
+        pgResult = PQexec(m_conn, sql);
+        if (pgResult == nullptr)
+            return error("fatal query error after reset");
+        // The second outcome is the caller's to examine through result.failed().
+        result.setResult(pgResult);
+    }
+    return okay();
+}
+
+bool DatabaseConnectionPgsql::execute(const std::string& sql, QueryResultPtr& result) {
+    return execute(sql.c_str(), result);
+}
+
+void DatabaseConnectionPgsql::handleNoticeMessage(const char* message) {
+    if (message != nullptr)
+        m_trace.prn("libpq MESSAGE: %s", message);
+}
+
+bool DatabaseConnectionPgsql::okay() {
+    m_errorMsg.clear();
+    return true;
+}
+
+bool DatabaseConnectionPgsql::error(const char* text) {
+    m_errorMsg = text;
+    return false;
+}
+
+bool DatabaseConnectionPgsql::error() {
+    const char* text = PQerrorMessage(m_conn);
+    m_errorMsg = text != nullptr ? text : "unspecified error";
+    return false;
+}
+
+} // namespace velm

@@ -1,0 +1,47 @@
+#ifndef VELM_DATABASECONNECTIONPGSQL_H
+#define VELM_DATABASECONNECTIONPGSQL_H
+
+#include "DatabaseConnection.h"
+#include "Trace.h"
+
+#include <string>
+
+typedef struct pg_conn PGconn;
+
+namespace velm {
+
+// A PostgreSQL connection over libpq. execute() resets the connection and runs
+// the statement once more after a fatal error, whatever its cause.
+class DatabaseConnectionPgsql final : public DatabaseConnection {
+public:
+    DatabaseConnectionPgsql();
+    ~DatabaseConnectionPgsql();
+    DatabaseConnectionPgsql(const DatabaseConnectionPgsql&) = delete;
+    DatabaseConnectionPgsql& operator=(const DatabaseConnectionPgsql&) = delete;
+
+    // `database` is a URL (postgresql://host:port/name) or a plain database
+    // name; values go into the libpq connection string unquoted.
+    bool connect(const char* database, const char* user, const char* password) override;
+    void close() override;
+    bool active() override;
+    bool reset() override;
+    bool execute(const char* sql, QueryResultPtr& result) override;
+    bool execute(const std::string& sql, QueryResultPtr& result) override;
+    const std::string& getErrorMessage() const override { return m_errorMsg; }
+
+    // Server notices and warnings go to the trace, never to the error text.
+    void handleNoticeMessage(const char* message);
+
+private:
+    bool okay();
+    bool error(const char* text);
+    bool error();
+
+    PGconn* m_conn;
+    std::string m_errorMsg;
+    Tracer m_trace;
+};
+
+} // namespace velm
+
+#endif

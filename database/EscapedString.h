@@ -1,0 +1,28 @@
+#ifndef VELM_ESCAPEDSTRING_H
+#define VELM_ESCAPEDSTRING_H
+
+#include <string>
+
+namespace velm {
+
+// A text made safe for a single-quoted SQL literal, the way libpq escapes it
+// (quotes and backslashes doubled). A null text gives the empty text.
+class EscapedString {
+public:
+    explicit EscapedString(const char* text);
+    explicit EscapedString(const std::string& text);
+    ~EscapedString();
+    EscapedString(const EscapedString&) = delete;
+    EscapedString& operator=(const EscapedString&) = delete;
+
+    const char* value() const { return m_value != nullptr ? m_value : ""; }
+
+private:
+    void escape(const char* text, size_t length);
+
+    char* m_value;
+};
+
+} // namespace velm
+
+#endif

@@ -1,0 +1,47 @@
+#include "ValueString.h"
+
+void ValueString::separate(std::string& list) {
+    if (list != "(")
+        list += ",";
+}
+
+void ValueString::addName(const char* name) {
+    separate(m_names);
+    m_names += name;
+}
+
+void ValueString::addValue(const char* value) {
+    separate(m_values);
+    if (value == nullptr) {
+        m_values += "NULL";
+        return;
+    }
+    m_values += "'";
+    m_values += value;
+    m_values += "'";
+}
+
+void ValueString::add(const char* name, const char* value) {
+    addName(name);
+    addValue(value);
+}
+
+void ValueString::add(const char* name, const std::string& value) {
+    add(name, value.empty() ? nullptr : value.c_str());
+}
+
+void ValueString::addExplicit(const char* name, long value) {
+    addName(name);
+    separate(m_values);
+    m_values += std::to_string(value);
+}
+
+const char* ValueString::names() {
+    m_names += ")";
+    return m_names.c_str();
+}
+
+const char* ValueString::values() {
+    m_values += ")";
+    return m_values.c_str();
+}
