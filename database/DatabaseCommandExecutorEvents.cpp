@@ -60,8 +60,6 @@ DatabaseResult DatabaseCommandExecutor::getSipEventAggregator(const std::string&
     DatabaseResult outcome;
     if (!connected(outcome))
         return outcome;
-    // The id is followed directly by "and": PostgreSQL 15 rejects a number
-    // with trailing letters, so this statement fails there for a numeric id.
     std::string sql = std::string(AGGREGATOR_SELECT) + "sea.id=" + id + "and sea.sid=cs.sid and cs.csid=c.csid;";
     m_trace.prn("%s", sql.c_str());
     QueryResultPtr result;
