@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <atomic>
 #include <functional>
 #include <map>
 #include <set>
@@ -146,12 +147,18 @@ TEST_F(ConferencePool, ConcurrentReservationsNeverShareABridge) {
     for (int number = 7001; number < 7001 + perThread; ++number)
         state(number, "IDLE");
 
-    auto reserve = [this](std::vector<std::string>& taken, std::vector<std::string>& failures) {
+    std::atomic<int> connected{0};
+    auto reserve = [this, &connected](std::vector<std::string>& taken, std::vector<std::string>& failures) {
         DatabaseCommandExecutor own;
-        if (!own.connect(db.name().c_str(), "velm", "pw")) {
+        bool ready = own.connect(db.name().c_str(), "velm", "pw");
+        if (!ready)
             failures.push_back(own.getErrorMessage());
+        // Start reserving together.
+        ++connected;
+        while (connected.load() < 2)
+            std::this_thread::yield();
+        if (!ready)
             return;
-        }
         for (int i = 0; i < perThread; ++i) {
             std::string extension;
             DatabaseResult result = own.useOneAvailConfExt("alice", extension);
