@@ -1,0 +1,173 @@
+#ifndef VELM_LOCATIONSERVICE_H
+#define VELM_LOCATIONSERVICE_H
+
+#include "DatabaseResult.h"
+#include "EventMgr.h"
+#include "Mutex.h"
+#include "Trace.h"
+
+#include <pthread.h>
+
+#include <string>
+#include <vector>
+
+namespace osk {
+class CritSect;
+}
+
+namespace velm {
+
+class AddressMap;
+class ContactRecord;
+class DatabaseCommandExecutor;
+class PrefixMap;
+class TrustedHostRecord;
+
+// The facade of the registrar and the proxy: one instance per thread, each
+// with its own database connection (see LocationServicePool). Operations
+// never throw; they answer with a DatabaseResult, and a failure of the
+// database itself also raises the "database failure - " alarm.
+class LocationService {
+public:
+    LocationService();
+    ~LocationService();
+    LocationService(const LocationService&) = delete;
+    LocationService& operator=(const LocationService&) = delete;
+
+    // A new instance configured from the process configuration and, when
+    // [Database] ProxyDatabaseUser is set, connected. Owned by the caller.
+    static LocationService* getConnection();
+    // Opens (or replaces) this instance's database connection.
+    DatabaseResult connect(const char* database, const char* user, const char* password);
+    // Runs one caller-supplied statement whose rows are not needed.
+    DatabaseResult executeCmd(const std::string& command);
+    // Marks `result` as a connection error when this instance has no
+    // connection; leaves it alone otherwise.
+    void checkConnect(DatabaseResult& result);
+
+    void setPrimaryDomain(const std::string& domain);
+    std::string getPrimaryDomain();
+
+    // Registration. `key` is the public address id. The forms with the three
+    // output vectors (which must be empty) run step by step under row locks
+    // and report what changed; the short forms send one transaction script.
+    // With m_useAutoCommit every form hands over to its AC form.
+    DatabaseResult registerContacts(int key, std::vector<ContactRecord>& contacts);
+    DatabaseResult registerContacts(int key, std::vector<ContactRecord>& contacts,
+                                    std::vector<ContactRecord>& addedContacts,
+                                    std::vector<ContactRecord>& deletedContacts,
+                                    std::vector<ContactRecord>& changedContacts);
+    DatabaseResult updateContacts(int key, std::vector<ContactRecord>& contacts);
+    DatabaseResult updateContacts(int key, std::vector<ContactRecord>& contacts,
+                                  std::vector<ContactRecord>& addedContacts,
+                                  std::vector<ContactRecord>& deletedContacts,
+                                  std::vector<ContactRecord>& changedContacts);
+    // A contact whose address is "*" removes every non-permanent contact.
+    DatabaseResult unregisterContacts(int key, std::vector<ContactRecord>& contacts);
+    DatabaseResult unregisterContacts(int key, std::vector<ContactRecord>& contacts,
+                                      std::vector<ContactRecord>& addedContacts,
+                                      std::vector<ContactRecord>& deletedContacts,
+                                      std::vector<ContactRecord>& changedContacts);
+    // The first form removes every expired contact; the second removes one
+    // per call and keeps one active contact in its set.
+    DatabaseResult removeExpiredContacts();
+    DatabaseResult removeExpiredContacts(std::vector<ContactRecord>& addedContacts,
+                                         std::vector<ContactRecord>& deletedContacts,
+                                         std::vector<ContactRecord>& changedContacts);
+    // One UPDATE of a contact selected by set and address; opens no
+    // transaction of its own.
+    DatabaseResult updateContact(int key, ContactRecord& contact);
+    // The same statements one by one, relying on the connection's auto-commit.
+    DatabaseResult registerContactsAC(int key, std::vector<ContactRecord>& contacts);
+    DatabaseResult updateContactsAC(int key, std::vector<ContactRecord>& contacts);
+    DatabaseResult unregisterContactsAC(int key, std::vector<ContactRecord>& contacts);
+    // Asks the sequence cid_seq with the ".nextval" syntax of older
+    // databases, which PostgreSQL rejects: on PostgreSQL this always fails.
+    DatabaseResult getContactId(std::string& contactId);
+    std::string dumpToString(const ContactRecord& contact);
+
+    // Expired contacts; with `flag` only one, through its primary address.
+    DatabaseResult getExpiredContacts(std::vector<ContactRecord>& contacts, bool flag);
+
+    // Per-instance state. The pool binds an instance to its thread through
+    // m_threadId.
+    pthread_t m_threadId;
+    bool m_useAutoCommit;
+    DatabaseCommandExecutor* m_exec;
+    std::vector<AddressMap*> m_addrMap;
+    bool m_alternateOnNoContacts;
+    bool m_alternateOnNotFound;
+    bool m_moduleFirst;
+    Trace m_trace;
+    Trace m_perfTrace;
+    EventMgrForEventServer m_alarmMgr;
+    EventMgrForSipServer alarmMgr;
+
+    // Process-wide state shared by every instance, each piece under its lock.
+    static std::vector<TrustedHostRecord> m_trustedHosts;
+    static bool m_trustedHostsInitDone;
+    static osk::Mutex m_mutex;
+    static pthread_cond_t m_cond;
+    static PrefixMap* m_prefixMap;
+    static osk::Mutex m_mutexPrefix;
+    static bool m_bPrefixMapInitialized;
+    static std::string m_conferenceServerHandle;
+    static std::string m_conferenceServerUri;
+    static osk::Mutex m_mutexConferenceServerUri;
+    static bool m_needToReloadConferenceServerUri;
+    static std::string m_primaryDomain;
+    static Trace& m_strace;
+    static osk::CritSect m_cs;
+    static const std::string STR_CONF_IN_USE;
+    static const std::string STR_CONF_IDLE;
+    static const std::string STR_CONF_INVALID;
+    static const std::string STR_CONF_TOTAL;
+
+private:
+    // The frame of an operation that runs one executor command: the
+    // connection guard, `command(*m_exec)`, and the alarm when the database
+    // failed. `operation` names it in the alarm text.
+    template <class Command>
+    DatabaseResult guarded(const std::string& operation, Command&& command);
+    // "database failure - <operation>. <message>" when `result` is fatal.
+    void alarmOnFatal(const std::string& operation, const DatabaseResult& result);
+    void raiseDatabaseAlarm(const std::string& text);
+    // The alarm of numbered step `step` of `operation`, when `result` is fatal.
+    void alarmStep(const char* operation, int step, const DatabaseResult& result);
+
+    // How a failed registration step ends its transaction: the closing
+    // statement, the log text when it fails once, and the alarm step and log
+    // text when it fails a second time (null texts are not logged).
+    struct Closing {
+        const char* statement;
+        const char* retryMessage;
+        int step;
+        const char* secondMessage;
+    };
+    // Alarms a fatal `failure` as step `step` (0: no alarm of its own), logs
+    // `message` with its text, closes the transaction; returns `failure`.
+    DatabaseResult failStep(const DatabaseResult& failure, const char* operation, int step, const char* message,
+                            const Closing& closing);
+    void closeTransaction(const char* operation, const Closing& closing);
+    DatabaseResult checkOutputsEmpty(const std::vector<ContactRecord>& addedContacts,
+                                     const std::vector<ContactRecord>& deletedContacts,
+                                     const std::vector<ContactRecord>& changedContacts);
+    // The index in `stored` of the contact whose Contact header names the same
+    // contact as `contact`'s, or -1; traced as an unregistration or a refresh.
+    int matchStored(const ContactRecord& contact, const std::vector<ContactRecord>& stored, bool unregistering);
+};
+
+template <class Command>
+DatabaseResult LocationService::guarded(const std::string& operation, Command&& command) {
+    DatabaseResult result;
+    checkConnect(result);
+    if (!result.okay())
+        return result;
+    result = command(*m_exec);
+    alarmOnFatal(operation, result);
+    return result;
+}
+
+} // namespace velm
+
+#endif
