@@ -1,6 +1,7 @@
 #include "QueryResult.h"
 
 #include "BackendChoice.h"
+#include "QueryResultOdbc.h"
 #include "QueryResultPgsql.h"
 
 namespace velm {
@@ -14,6 +15,8 @@ osk::Mutex QueryResult::m_mutex;
 
 QueryResult* QueryResult::createQueryResult() {
     chooseBackend(m_initialized, m_useNative, m_mutex);
+    if (!m_useNative)
+        return new QueryResultOdbc();
     return new QueryResultPgsql();
 }
 
