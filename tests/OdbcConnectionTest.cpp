@@ -10,6 +10,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <string>
 #include <thread>
@@ -32,6 +33,16 @@ int backendPid(DatabaseConnectionOdbc& conn) {
     QueryResultPtr result;
     EXPECT_TRUE(conn.execute("SELECT pg_backend_pid()", result)) << conn.getErrorMessage();
     return std::atoi(result.getValue(0, 0));
+}
+
+// pg_terminate_backend only signals the session; wait until it has ended so
+// that the next statement meets the ended session, not a live one.
+void terminate(TestDatabase& db, int pid) {
+    db.terminateBackend(pid);
+    const std::string stillThere = "SELECT count(*) FROM pg_stat_activity WHERE pid = " + std::to_string(pid);
+    for (int attempt = 0; attempt < 500 && db.admin().value(stillThere) != "0"; ++attempt)
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    ASSERT_EQ("0", db.admin().value(stillThere));
 }
 
 bool contains(const std::string& text, const std::string& part) {
@@ -262,7 +273,7 @@ TEST_F(OdbcBackend, ClosedConnectionIsEstablishedAgainByTheNextStatement) {
 // one finds the link gone (08S01), which reconnects and runs it again.
 TEST_F(OdbcBackend, KilledBackendFailsOneStatementThenTheNextReconnects) {
     int pid = backendPid(conn);
-    db.terminateBackend(pid);
+    terminate(db, pid);
     EXPECT_TRUE(conn.active());
 
     TraceCapture capture({"DatabaseConnection"});
