@@ -173,6 +173,11 @@ void Trace::log(const char* format, ...) const {
     va_end(args);
 }
 
+void Trace::logToSyslog(int facility, int level, const char* text) const {
+    syslog(facility | level, "%s: %s", m_channel->name.c_str(), text);
+    registry().sink().write(m_channel->name.c_str(), text);
+}
+
 void Trace::enable(const char* channel, bool on) {
     registry().channel(channel)->enabled = on;
 }

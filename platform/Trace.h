@@ -34,6 +34,10 @@ public:
 
     // Written whether the channel is on or not.
     void log(const char* format, ...) const __attribute__((format(printf, 2, 3)));
+    // Written to syslog with the priority `facility | level` (LOG_USER is 8,
+    // LOG_INFO 6) and, like log(), to the trace sink, whether the channel is
+    // on or not.
+    void logToSyslog(int facility, int level, const char* text) const;
 
     static void enable(const char* channel, bool on);
     // Installs `sink` for every channel; null restores the default sink.
