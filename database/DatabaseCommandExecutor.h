@@ -21,6 +21,10 @@ class PrefixMapRecord;
 class AddressMapRecord;
 class remoteFilter;
 class SipEventAggregator;
+class SubscriberRecord;
+class ContactSetRecord;
+class PublicAddressRecord;
+class ContactRecord;
 
 // The SQL vocabulary of the schema: one member per statement family, run on
 // the executor's own connection. An executor belongs to one thread at a time.
@@ -42,6 +46,62 @@ public:
     // skips checkConnect().
     bool executeUpdate(const std::string& sql, int& count);
     const std::string& getErrorMessage() { return m_errorMsg; }
+
+    // Subscribers, contact sets and public addresses. The int commands answer
+    // 0 (or a count) for success, -1 for failure and -2 for bad arguments;
+    // texts go into the statements unescaped.
+    int addSubscriber(const SubscriberRecord& subscriber);
+    // 1 found, 0 not found. With `retry`, waits up to ten seconds for a
+    // subscriber another node is still provisioning. The password comes back
+    // deciphered.
+    int lookupSubscriber(const char* handle, const char* domain, SubscriberRecord& subscriber, bool retry);
+    int changeSubscriberPassword(int sid, const char* password);
+    DatabaseResult addContactSet(const ContactSetRecord& contactSet);
+    // The stored-function commands send ROLLBACK after a failed call.
+    int createPublicAddress(int sid, const char* handle, const char* domain);
+    int aliasPublicAddress(const char* handle, const char* domain, const char* alias);
+    int importPublicAddress(const char* sid, const char* handle, const char* domain, const char* contact);
+    int addPublicAddress(const PublicAddressRecord& address);
+    DatabaseResult lookupPublicAddress(const char* handle, const char* domain, PublicAddressRecord& address);
+    DatabaseResult lookupPublicAddress(int paid, std::string& handle, std::string& domain, bool& isPrimary);
+    DatabaseResult lookupPublicAddress(int paid, std::string& handle, std::string& domain);
+    // "display name" <identity>
+    DatabaseResult getIdentity(const char* handle, const char* domain, std::string& identity);
+    // Okay also when nothing is found: primaryId is then left as it was.
+    DatabaseResult getPrimaryId(int paid, int& primaryId);
+    DatabaseResult lookupExtension(const std::string& extension, int& paid, std::string& handle,
+                                   std::string& domain, int& numReg);
+    DatabaseResult getNextPublicAddressId(int prevId, int& nextId);
+    DatabaseResult getNextAliasId(int primaryId, int prevId, int& nextId);
+
+    // Contacts. addContact answers 0 or -1; removeContact 0 also when there
+    // is no connection.
+    int addContact(const char* handle, const char* domain, ContactRecord& contact);
+    int addContact(ContactRecord& contact);
+    int removeContact(const char* handle, const char* domain, const char* address);
+    // Routing order: ACP contacts first (unless [LocationService]
+    // GenerateAcpContacts is "false"), then by qvalue and expiry; a "cycle"
+    // set is rotated and reported "sequential" when resolveCycleContacts.
+    DatabaseResult lookupContacts(int key, std::string& ordering, bool& replaceUri,
+                                  std::vector<ContactRecord>& contacts, bool resolveCycleContacts);
+    // Locks the set's rows FOR UPDATE within the caller's transaction.
+    DatabaseResult lookupContacts(int key, ContactRecord& matchingContact,
+                                  std::vector<ContactRecord>& retrievedContacts);
+    DatabaseResult lookupContacts(std::string& ordering, int csid, bool& replaceUri,
+                                  std::vector<ContactRecord>& contacts);
+    DatabaseResult lookupAcpContacts(int key, std::string& ordering, bool& replaceUri,
+                                     std::vector<ContactRecord>& contacts);
+    DatabaseResult lookupMatchingContact(int csid, int paid, ContactRecord& lookupContact,
+                                         ContactRecord& matchedContact);
+    // Without limitOne a contact comes once per public address of its set.
+    DatabaseResult getExpiredContacts(std::vector<ContactRecord>& contacts, bool limitOne);
+    DatabaseResult getNextContactId(int paid, int prevId, int& nextId);
+    DatabaseResult lookupContact(int cid, std::string& display_name, std::string& address, int& expires,
+                                 std::string& qvalue);
+    DatabaseResult getRegisteredContactCount(int& count);
+    // The start index of the next call into contact set `csid`: 0, 1, ...
+    // nContacts-1, 0, ... shared by all executors of the process.
+    static int getNextCycleIndex(std::string& csid, int nContacts);
 
     // Configuration and routing data. Vectors are appended to, except the
     // proxy configuration's, which is replaced.
@@ -100,6 +160,23 @@ private:
     bool run(const std::string& sql, QueryResultPtr& result);
     // A result of `status` carrying m_errorMsg.
     DatabaseResult failure(DatabaseResult::status status) const;
+
+    // Steps of the subscriber, public-address and contact commands.
+    // fail(): m_errorMsg and a result of `status` with `text`. selectRows():
+    // traces and runs `sql`; not found with no rows, else traces
+    // "<command> returned %d rows". toInteger(): reads a row's number; empty
+    // or unreadable is a query error naming `name`. callFunction(): runs a
+    // stored-function call, 0 or -1, with ROLLBACK after a failed call.
+    DatabaseResult fail(DatabaseResult::status status, const std::string& text);
+    DatabaseResult selectRows(const std::string& sql, QueryResultPtr& result, const char* command);
+    DatabaseResult selectRowsTracingFailure(const std::string& sql, QueryResultPtr& result, const char* command);
+    DatabaseResult toInteger(const char* value, const char* name, int& number);
+    int callFunction(const std::string& sql);
+    static void appendRotated(const QueryResultPtr& result, int startIndex, std::vector<ContactRecord>& contacts);
+
+    // Start indexes of the "cycle" contact sets by csid.
+    static std::map<std::string, int> m_cycleMap;
+    static osk::Mutex m_cycleMutex;
 
     // Statement steps of the configuration and visiting-user commands.
     // connected(): checkConnect(), a connection error in `outcome` when it
