@@ -163,19 +163,3 @@ TEST_F(PublicAddressCommands, ExtensionLeadsToThePrimaryAndCountsRegistrations) 
     EXPECT_EQ(0, numReg);
     EXPECT_TRUE(exec.lookupExtension("9999", paid, handle, domain, numReg).notFound());
 }
-
-TEST_F(PublicAddressCommands, WithoutAConnectionEveryLookupIsAConnectionError) {
-    DatabaseCommandExecutor unconnected;
-    std::string handle, domain;
-    int id = 0, count = 0;
-    velm::PublicAddressRecord address;
-    EXPECT_TRUE(unconnected.lookupPublicAddress("alice", "example.com", address).connectionError());
-    EXPECT_TRUE(unconnected.lookupPublicAddress(10, handle, domain).connectionError());
-    EXPECT_TRUE(unconnected.getIdentity("alice", "example.com", handle).connectionError());
-    EXPECT_TRUE(unconnected.getPrimaryId(10, id).connectionError());
-    EXPECT_TRUE(unconnected.lookupExtension("1234", id, handle, domain, count).connectionError());
-    EXPECT_TRUE(unconnected.getNextPublicAddressId(0, id).connectionError());
-    DatabaseResult alias = unconnected.getNextAliasId(10, 0, id);
-    EXPECT_TRUE(alias.connectionError());
-    EXPECT_EQ("attempt to execute a command with no database connection", alias.getErrorMessage());
-}
