@@ -1,0 +1,63 @@
+#ifndef VELM_REGISTRATIONTEXT_H
+#define VELM_REGISTRATIONTEXT_H
+
+#include <string>
+#include <vector>
+
+namespace velm {
+
+class ContactRecord;
+
+// Statement texts and qvalue levels of contact registration. A contact set
+// has at most one active contact (qvalue 0.8); all others are inactive (0.0).
+namespace registration {
+
+extern const char* const ACTIVE;
+extern const char* const INACTIVE;
+
+// The qvalue text of a level, as "%f" writes it.
+std::string levelText(double level);
+bool isActive(const std::string& qvalue);
+bool isInactive(const std::string& qvalue);
+// False when `text` is not a number as a whole.
+bool parseQvalue(const std::string& text, double& value);
+
+// The contact set of public address `key`, as a sub-select.
+std::string csidSelect(int key);
+
+// The three spellings of the INSERT of a contact: inside a transaction
+// script, as a step of its own, and under auto-commit.
+enum class InsertForm { Script, Step, AutoCommit };
+std::string insertContact(const ContactRecord& contact, const std::string& csid, InsertForm form);
+// The UPDATE of a contact's registration data, followed by `selector`.
+std::string updateContact(const ContactRecord& contact, const std::string& selector);
+// " WHERE csid = <set of key> AND address = '<address>' ;"
+std::string byCsidAndAddress(const ContactRecord& contact, const std::string& csid, bool blankAfterEquals);
+// The DELETE of an unregistering contact: by address, or by Contact header
+// for the wildcard; empty for a wildcard without header.
+std::string deleteContact(const ContactRecord& contact, int key, bool terminate);
+bool isWildcard(const ContactRecord& contact);
+// Locks the contact set's own row. The FOR UPDATE lookup of the contacts
+// locks only the rows that exist when it starts; a registration waiting on
+// this lock instead reads the set afresh, with the contacts that the one
+// before it inserted, and so keeps the set at one active contact.
+std::string lockSet(const std::string& csid);
+
+// The contacts a removal leaves in a set: promote the one inactive contact
+// when no active one remains and it is the only inactive one.
+class Remaining {
+public:
+    void count(const ContactRecord& contact, int index);
+    bool promote() const { return !m_otherActive && m_inactive == 1; }
+    int firstInactive() const { return m_firstInactive; }
+
+private:
+    bool m_otherActive = false;
+    int m_inactive = 0;
+    int m_firstInactive = -1;
+};
+
+} // namespace registration
+} // namespace velm
+
+#endif
