@@ -11,6 +11,12 @@ namespace velm {
 bool isTrue(char c);   // 't', 'T' or '1'
 bool isFalse(char c);  // 'f', 'F' or '0'
 
+// Results read an SQL NULL as the empty text, so a column value counts only
+// when it holds some text.
+inline bool hasValue(const char* value) {
+    return value != nullptr && *value != '\0';
+}
+
 // "Jan" is 0 ... "Dec" is 11, exactly so; anything else is -1.
 int monthToInt(const std::string& name);
 

@@ -1,6 +1,6 @@
 #include "ContactRow.h"
 
-#include "ColumnValue.h"
+#include "ColumnText.h"
 #include "ContactRecord.h"
 #include "QueryResult.h"
 

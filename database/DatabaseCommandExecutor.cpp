@@ -66,10 +66,20 @@ bool DatabaseCommandExecutor::executeUpdate(const std::string& sql, int& count) 
 }
 
 bool DatabaseCommandExecutor::run(const std::string& sql, QueryResultPtr& result) {
-    if (!m_conn->execute(sql, result))
+    DatabaseResult::status status;
+    return run(sql, result, status);
+}
+
+bool DatabaseCommandExecutor::run(const std::string& sql, QueryResultPtr& result, DatabaseResult::status& status) {
+    status = DatabaseResult::OKAY;
+    if (!m_conn->execute(sql, result)) {
+        status = DatabaseResult::CONNECTION_ERROR;
         return errorConnection();
-    if (result.failed())
+    }
+    if (result.failed()) {
+        status = DatabaseResult::QUERY_ERROR;
         return error(result);
+    }
     return true;
 }
 

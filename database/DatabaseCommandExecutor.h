@@ -156,8 +156,10 @@ private:
     bool errorConnection();
 
     // Runs `sql` without checkConnect(); false, with the failure text in
-    // m_errorMsg, when the statement did not run or the server rejected it.
+    // m_errorMsg, when the statement did not run (`status` CONNECTION_ERROR)
+    // or the server rejected it (QUERY_ERROR).
     bool run(const std::string& sql, QueryResultPtr& result);
+    bool run(const std::string& sql, QueryResultPtr& result, DatabaseResult::status& status);
     // A result of `status` carrying m_errorMsg.
     DatabaseResult failure(DatabaseResult::status status) const;
 

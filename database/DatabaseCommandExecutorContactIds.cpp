@@ -2,7 +2,7 @@
 // them.
 #include "DatabaseCommandExecutor.h"
 
-#include "ColumnValue.h"
+#include "ColumnText.h"
 #include "QueryResultPtr.h"
 
 #include <cstdlib>

@@ -5,7 +5,6 @@
 
 #include "AppProperties.h"
 #include "ColumnText.h"
-#include "ColumnValue.h"
 #include "ContactRecord.h"
 #include "ContactRow.h"
 #include "QueryResultPtr.h"

@@ -1,7 +1,7 @@
 // Registering, removing and re-reading the contacts of a contact set.
 #include "DatabaseCommandExecutor.h"
 
-#include "ColumnValue.h"
+#include "ColumnText.h"
 #include "ContactRecord.h"
 #include "ContactRow.h"
 #include "EscapedString.h"

@@ -1,5 +1,6 @@
 #include "DatabaseCommandExecutor.h"
 
+#include "ColumnText.h"
 #include "DatabaseConnection.h"
 #include "QueryResultPtr.h"
 
@@ -14,26 +15,19 @@ bool DatabaseCommandExecutor::connected(DatabaseResult& outcome) {
 
 bool DatabaseCommandExecutor::fetch(const std::string& sql, QueryResultPtr& result, DatabaseResult& outcome,
                                     const char* notExecutedTrace, const char* rejectedTrace) {
-    if (!m_conn->execute(sql, result)) {
-        if (notExecutedTrace != nullptr)
-            m_trace.prn("%s", notExecutedTrace);
-        errorConnection();
-        outcome = failure(DatabaseResult::CONNECTION_ERROR);
-        return false;
-    }
-    if (result.failed()) {
-        if (rejectedTrace != nullptr)
-            m_trace.prn("%s", rejectedTrace);
-        error(result);
-        outcome = failure(DatabaseResult::QUERY_ERROR);
-        return false;
-    }
-    return true;
+    DatabaseResult::status status;
+    if (run(sql, result, status))
+        return true;
+    const char* trace = status == DatabaseResult::CONNECTION_ERROR ? notExecutedTrace : rejectedTrace;
+    if (trace != nullptr)
+        m_trace.prn("%s", trace);
+    outcome = failure(status);
+    return false;
 }
 
 const char* DatabaseCommandExecutor::column(const QueryResultPtr& result, int row, int col) {
     const char* value = result.getValue(row, col);
-    return value != nullptr && *value != '\0' ? value : nullptr;
+    return hasValue(value) ? value : nullptr;
 }
 
 } // namespace velm

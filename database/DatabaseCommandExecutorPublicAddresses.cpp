@@ -2,7 +2,7 @@
 // them in identifier order.
 #include "DatabaseCommandExecutor.h"
 
-#include "ColumnValue.h"
+#include "ColumnText.h"
 #include "PublicAddressRecord.h"
 #include "QueryResultPtr.h"
 

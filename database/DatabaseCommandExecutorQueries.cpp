@@ -1,7 +1,7 @@
 // Steps shared by the subscriber, public-address and contact commands.
 #include "DatabaseCommandExecutor.h"
 
-#include "ColumnValue.h"
+#include "ColumnText.h"
 #include "DatabaseConnection.h"
 #include "QueryResultPtr.h"
 
@@ -54,19 +54,16 @@ DatabaseResult DatabaseCommandExecutor::toInteger(const char* value, const char*
 int DatabaseCommandExecutor::callFunction(const std::string& sql) {
     m_trace.prn("%s", sql.c_str());
     QueryResultPtr result;
-    if (!m_conn->execute(sql, result)) {
-        errorConnection();
-        return -1;
-    }
-    if (result.failed()) {
-        error(result);
+    DatabaseResult::status status;
+    if (run(sql, result, status))
+        return 0;
+    if (status == DatabaseResult::QUERY_ERROR) {
         // End the transaction the failed call has spoiled; nobody can act on
         // the outcome of this.
         QueryResultPtr ignored;
         m_conn->execute("ROLLBACK", ignored);
-        return -1;
     }
-    return 0;
+    return -1;
 }
 
 } // namespace velm

@@ -2,7 +2,6 @@
 #include "DatabaseCommandExecutor.h"
 
 #include "ColumnText.h"
-#include "ColumnValue.h"
 #include "ContactSetRecord.h"
 #include "Crypt.h"
 #include "PublicAddressRecord.h"
