@@ -1,13 +1,13 @@
-#include "EventCapture.h"
+#include "AlarmCapture.h"
 #include "EventMgr.h"
 
 #include <gtest/gtest.h>
 
-using Event = velmtest::EventCapture::Event;
+using Event = std::pair<std::string, std::string>;
 using Events = std::vector<Event>;
 
 TEST(PlatformEventMgr, DatabaseAccessAlarmChoosesItsIdentifierByState) {
-    velmtest::EventCapture capture;
+    velmtest::AlarmCapture capture;
     EventMgrForSipServer alarms;
     alarms.ProxyDBAccess("database failure - connect", 0);
     alarms.ProxyDBAccess("back", 1);
@@ -15,11 +15,11 @@ TEST(PlatformEventMgr, DatabaseAccessAlarmChoosesItsIdentifierByState) {
     EXPECT_EQ((Events{{"zuVELMProxyDBAccessFailed", "database failure - connect"},
                       {"zuVELMProxyDBAccessOK", "back"},
                       {"zuVELMProxyDBAccessFailed", "odd state"}}),
-              capture.events());
+              capture.alarms());
 }
 
 TEST(PlatformEventMgr, ConferenceCapacityAlarmsCarryTheirPrefixes) {
-    velmtest::EventCapture capture;
+    velmtest::AlarmCapture capture;
     EventMgrForEventServer alarms;
     alarms.EvtSrvConfCapacity("80 percent usage");
     alarms.EvtSrvConfCapExceeded("100 percent usage", 0);
@@ -27,18 +27,18 @@ TEST(PlatformEventMgr, ConferenceCapacityAlarmsCarryTheirPrefixes) {
     EXPECT_EQ((Events{{"zuVELMConfCapacity", "80 percent Conf Ext Used: 80 percent usage"},
                       {"zuVELMConfCapExceeded", "Max Conf Ext Used: 100 percent usage"},
                       {"zuVELMConfCapOK", "Max Conf Ext Used: back below"}}),
-              capture.events());
+              capture.alarms());
 }
 
 TEST(PlatformEventMgr, RemovedSinkReceivesNothingMore) {
     Events first;
     {
-        velmtest::EventCapture capture;
+        velmtest::AlarmCapture capture;
         EventMgr::logIt("one", "first");
-        first = capture.events();
+        first = capture.alarms();
     }
-    velmtest::EventCapture later;
+    velmtest::AlarmCapture later;
     EventMgr::logIt("two", "second");
     EXPECT_EQ((Events{{"one", "first"}}), first);
-    EXPECT_EQ((Events{{"two", "second"}}), later.events());
+    EXPECT_EQ((Events{{"two", "second"}}), later.alarms());
 }
