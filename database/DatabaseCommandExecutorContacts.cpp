@@ -14,42 +14,39 @@
 
 namespace velm {
 
-int DatabaseCommandExecutor::addContact(const char* handle, const char* domain, ContactRecord& contact) {
-    if (!checkConnect())
-        return -1;
-    EscapedString address(contact.address());
-    EscapedString contactHeader(contact.contactHeader());
-    EscapedString callId(contact.callId());
-    ValueString list;
-    list.add("handle", handle);
-    list.add("sip_domain", domain);
-    list.add("address", address.value());
+namespace {
+
+// The columns of a contact row after its owner, the same for the stored
+// function and the plain insert. Texts that come from the network are escaped.
+void addContactValues(ValueString& list, const ContactRecord& contact) {
+    list.add("address", EscapedString(contact.address()).value());
     list.addExplicit("expires", contact.expires());
     list.add("permanent", contact.permanent());
     list.add("qvalue", contact.qvalue());
     list.add("capabilities", contact.capabilities());
-    list.add("contact_header", contactHeader.value());
-    list.add("call_id", callId.value());
+    list.add("contact_header", EscapedString(contact.contactHeader()).value());
+    list.add("call_id", EscapedString(contact.callId()).value());
     list.addExplicit("cseq", contact.cseq());
+}
+
+} // namespace
+
+int DatabaseCommandExecutor::addContact(const char* handle, const char* domain, ContactRecord& contact) {
+    if (!checkConnect())
+        return -1;
+    ValueString list;
+    list.add("handle", handle);
+    list.add("sip_domain", domain);
+    addContactValues(list, contact);
     return callFunction(std::string("SELECT add_contact") + list.values());
 }
 
 int DatabaseCommandExecutor::addContact(ContactRecord& contact) {
     if (!checkConnect())
         return -1;
-    EscapedString address(contact.address());
-    EscapedString contactHeader(contact.contactHeader());
-    EscapedString callId(contact.callId());
     ValueString list;
     list.add("csid", std::to_string(contact.csid()));
-    list.add("address", address.value());
-    list.addExplicit("expires", contact.expires());
-    list.add("permanent", contact.permanent());
-    list.add("qvalue", contact.qvalue());
-    list.add("capabilities", contact.capabilities());
-    list.add("contact_header", contactHeader.value());
-    list.add("call_id", callId.value());
-    list.addExplicit("cseq", contact.cseq());
+    addContactValues(list, contact);
     std::string sql = std::string("INSERT INTO contact") + list.names() + " VALUES" + list.values() + ";";
     m_trace.prn("%s", sql.c_str());
     QueryResultPtr result;
