@@ -2,6 +2,7 @@
 
 #include "AddressMap.h"
 #include "AppProperties.h"
+#include "CritSect.h"
 #include "DatabaseCommandExecutor.h"
 #include "ServiceRegistrar.h"
 #include "StringTokenizer.h"
@@ -26,6 +27,7 @@ osk::Mutex LocationService::m_mutexConferenceServerUri;
 bool LocationService::m_needToReloadConferenceServerUri = true;
 std::string LocationService::m_primaryDomain;
 Trace& LocationService::m_strace = STrace::instance();
+osk::CritSect LocationService::m_cs;
 const std::string LocationService::STR_CONF_IN_USE = "IN USE";
 const std::string LocationService::STR_CONF_IDLE = "IDLE";
 const std::string LocationService::STR_CONF_INVALID = "INVALID";

@@ -1,0 +1,163 @@
+#include "AppProperties.h"
+#include "Crypt.h"
+#include "TestServer.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+namespace {
+
+struct Result {
+    int status;
+    std::string out;
+    std::string err;
+};
+
+std::string readFile(const std::string& path) {
+    std::ifstream in(path);
+    std::ostringstream text;
+    text << in.rdbuf();
+    return text.str();
+}
+
+// The velmctl of this build: tools/velmctl/velmctl next to the tests' directory.
+std::string velmctl() {
+    char self[4096];
+    ssize_t length = readlink("/proc/self/exe", self, sizeof self - 1);
+    std::string program(self, length > 0 ? static_cast<size_t>(length) : 0);
+    std::string build = program.substr(0, program.rfind('/'));
+    return build.substr(0, build.rfind('/')) + "/tools/velmctl/velmctl";
+}
+
+Result run(const std::string& scratch, const std::string& arguments) {
+    std::string command = velmctl() + " " + arguments + " >" + scratch + "/out 2>" + scratch + "/err";
+    int status = std::system(command.c_str());
+    return Result{WIFEXITED(status) ? WEXITSTATUS(status) : -1, readFile(scratch + "/out"), readFile(scratch + "/err")};
+}
+
+} // namespace
+
+class Velmctl : public testing::Test {
+protected:
+    void SetUp() override {
+        m_scratch = "/tmp/velmctl-test-" + std::to_string(getpid());
+        ASSERT_EQ(0, std::system(("mkdir -p " + m_scratch).c_str()));
+        std::ofstream key(m_scratch + "/key", std::ios::binary);
+        key << std::string(32, 'k');
+        key.close();
+        m_config = m_scratch + "/velm.conf";
+        std::ofstream config(m_config);
+        config << "[Database]\nProxyDatabaseUser = velm\n[Services]\nvelm.sip.db = " << db.name()
+               << "\n[Crypt]\nKeyFile = " << m_scratch << "/key\n";
+    }
+    void TearDown() override { std::system(("rm -rf " + m_scratch).c_str()); }
+
+    // Runs velmctl with this test's configuration; single-quote the arguments.
+    Result velm(const std::string& arguments) { return run(m_scratch, "--config " + m_config + " " + arguments); }
+    std::string contactCount() { return db.admin().value("SELECT count(*) FROM contact"); }
+
+    velmtest::TestDatabase db;
+    std::string m_scratch;
+    std::string m_config;
+};
+
+TEST_F(Velmctl, DemoShowsEveryStepAndCanRunAgain) {
+    for (int round = 0; round < 2; ++round) {
+        Result demo = velm("demo");
+        ASSERT_EQ(0, demo.status) << demo.err;
+        EXPECT_EQ("", demo.err);
+        for (const char* title : {"1. alice registers her desk phone", "3. bob registers",
+                                  "5. alice's mobile unregisters; the desk phone becomes active"})
+            EXPECT_NE(std::string::npos, demo.out.find(title)) << demo.out;
+        std::string last = demo.out.substr(demo.out.find("5. alice"));
+        EXPECT_NE(std::string::npos, last.find("sip:alice@192.0.2.10:5060  0.800000  active"));
+        EXPECT_EQ(std::string::npos, last.find("192.0.2.20"));
+    }
+    EXPECT_EQ("2", contactCount());
+
+    Result json = velm("--json contacts alice@demo.velm.test");
+    ASSERT_EQ(0, json.status) << json.err;
+    EXPECT_EQ(0u, json.out.find("{\"lists\":[{\"title\":\"contacts\",\"aor\":\"alice@demo.velm.test\",\"contacts\":[{"));
+    EXPECT_NE(std::string::npos, json.out.find("\"address\":\"sip:alice@192.0.2.10:5060\",\"qvalue\":\"0.800000\","
+                                               "\"active\":true"));
+}
+
+TEST_F(Velmctl, BadInputIsOneLineThatSaysWhatIsWrongAndChangesNothing) {
+    ASSERT_EQ(0, velm("subscriber add alice@example.com").status);
+    struct Case {
+        const char* arguments;
+        const char* message;
+    } cases[] = {
+        {"register alice '<sip:alice@192.0.2.10>'",
+         "velmctl: 'alice' is not an address of record: expected user@domain\n"},
+        {"register alice@example.com 'http://192.0.2.10/'",
+         "velmctl: contact 'http://192.0.2.10/' is not a SIP URI: "},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --expires -30",
+         "velmctl: --expires must not be negative (got -30)\n"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --q 2", "velmctl: --q '2' is not a qvalue between 0 and 1\n"},
+        {"unregister alice@example.com '<sip:alice@192.0.2.10'", "velmctl: contact '<sip:alice@192.0.2.10' has no closing '>'\n"},
+    };
+    for (const Case& c : cases) {
+        Result run = velm(c.arguments);
+        EXPECT_EQ(2, run.status) << c.arguments;
+        EXPECT_EQ(0u, run.err.find(c.message)) << run.err;
+        EXPECT_EQ(1, std::count(run.err.begin(), run.err.end(), '\n')) << run.err;
+        EXPECT_EQ("", run.out);
+    }
+    EXPECT_EQ("0", contactCount());
+}
+
+TEST_F(Velmctl, ExitStatusTellsNotFoundFromDatabaseErrors) {
+    EXPECT_EQ(1, velm("contacts nobody@example.com").status);
+    ASSERT_EQ(0, velm("subscriber add alice@example.com").status);
+    EXPECT_EQ(2, velm("subscriber add alice@example.com").status);
+    EXPECT_EQ(1, velm("unregister alice@example.com '<sip:alice@192.0.2.99>'").status);
+
+    std::ofstream(m_config) << "[Database]\nProxyDatabaseUser = velm\n[Services]\nvelm.sip.db = no_such_db\n";
+    Result run = velm("contacts alice@example.com");
+    EXPECT_EQ(3, run.status);
+    EXPECT_EQ(0u, run.err.find("velmctl: cannot connect: ")) << run.err;
+}
+
+TEST_F(Velmctl, RegisteringAgainRefreshesTheContact) {
+    ASSERT_EQ(0, velm("subscriber add alice@example.com --password 's3cret'").status);
+    std::string stored = db.admin().value("SELECT s_password FROM subscriber");
+    EXPECT_NE("s3cret", stored);
+    velm::AppProperties::set("Crypt", "KeyFile", (m_scratch + "/key").c_str());
+    EXPECT_EQ("s3cret", Crypt::decrypt(stored));
+
+    Result first = velm("register alice@example.com '<sip:alice@192.0.2.10:5060>' --q 0.5 --call-id c1 --cseq 7");
+    ASSERT_EQ(0, first.status) << first.err;
+    EXPECT_EQ(0u, first.out.find("registered: alice@example.com\n"));
+    Result again = velm("register alice@example.com '<sip:alice@192.0.2.10:5060>' --call-id c1 --cseq 8 --expires 60");
+    ASSERT_EQ(0, again.status) << again.err;
+    EXPECT_EQ(0u, again.out.find("refreshed: alice@example.com\n"));
+    auto rows = db.admin().query("SELECT qvalue, cseq, call_id FROM contact");
+    ASSERT_EQ(1u, rows.size());
+    EXPECT_EQ((std::vector<std::string>{"0.800000", "8", "c1"}), rows[0]);
+}
+
+TEST(VelmctlEmbedded, StartsAPrivateServerThatTheDemoUsesAndStopsIt) {
+    const std::string scratch = "/tmp/velmctl-embedded-" + std::to_string(getpid());
+    const std::string dir = scratch + "/db";
+    ASSERT_EQ(0, std::system(("mkdir -p " + scratch + " && chmod 755 " + scratch).c_str()));
+    Result started = run(scratch, "--dir " + dir + " db start");
+    EXPECT_EQ(0, started.status) << started.err;
+    EXPECT_EQ("running in " + dir + "; configuration " + dir + "/velm.conf\n", started.out);
+    EXPECT_EQ(0, run(scratch, "--dir " + dir + " db status").status);
+
+    Result demo = run(scratch, "--config " + dir + "/velm.conf demo");
+    EXPECT_EQ(0, demo.status) << demo.err;
+    EXPECT_NE(std::string::npos, demo.out.find("5. alice's mobile unregisters"));
+
+    EXPECT_EQ(0, run(scratch, "--dir " + dir + " db stop").status);
+    Result stopped = run(scratch, "--dir " + dir + " db status");
+    EXPECT_EQ(1, stopped.status);
+    EXPECT_EQ("not running (" + dir + ")\n", stopped.out);
+    std::system(("rm -rf " + scratch).c_str());
+}

@@ -1,0 +1,34 @@
+#ifndef VELMCTL_ARGUMENTS_H
+#define VELMCTL_ARGUMENTS_H
+
+#include "Status.h"
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace velmctl {
+
+// The command line: words in order, and --name value options anywhere
+// (--json takes no value).
+class Arguments {
+public:
+    Outcome parse(int argc, char** argv);
+
+    const std::vector<std::string>& words() const { return m_words; }
+    bool json() const { return m_json; }
+    // The option's value, or `fallback` when it was not given.
+    std::string option(const std::string& name, const std::string& fallback = "") const;
+    bool has(const std::string& name) const { return m_options.count(name) > 0; }
+    // BAD_INPUT naming the first option not among `allowed`.
+    Outcome only(const std::vector<std::string>& allowed) const;
+
+private:
+    std::vector<std::string> m_words;
+    std::map<std::string, std::string> m_options;
+    bool m_json = false;
+};
+
+} // namespace velmctl
+
+#endif

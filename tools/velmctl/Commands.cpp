@@ -1,0 +1,342 @@
+#include "Commands.h"
+
+#include "AppProperties.h"
+#include "EmbeddedServer.h"
+#include "Input.h"
+#include "Session.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <ctime>
+
+namespace velmctl {
+
+namespace {
+
+const char* const USAGE =
+    "usage: velmctl [--json] [--config FILE] [--dir DIR] COMMAND\n"
+    "  db start | stop | status     a private PostgreSQL server in DIR (default ~/.local/share/velmdb)\n"
+    "  db init                      load the schema into the configured database\n"
+    "  subscriber add AOR [--password PASSWORD]\n"
+    "  register AOR CONTACT [--expires SECONDS] [--q VALUE] [--call-id ID] [--cseq N]\n"
+    "  unregister AOR CONTACT|'*'\n"
+    "  contacts AOR\n"
+    "  expire                       remove expired contacts\n"
+    "  demo                         provision, register, refresh and unregister, showing each step\n"
+    "The configuration is --config, else VELM_CONFIG, else the one 'db start' wrote in DIR.\n"
+    "Exit status: 0 success, 1 not found, 2 bad input, 3 database error.";
+
+Outcome usage(const std::string& problem) {
+    return Outcome::failure(BAD_INPUT, problem + "\n" + USAGE);
+}
+
+std::string directory(const Arguments& arguments) {
+    return arguments.option("--dir", EmbeddedServer::defaultDirectory());
+}
+
+// Loads the configuration and, for the private server, points libpq at its
+// socket.
+Outcome configure(const Arguments& arguments) {
+    std::string path = arguments.option("--config");
+    if (path.empty() && std::getenv("VELM_CONFIG") == nullptr) {
+        std::string embedded = EmbeddedServer(directory(arguments)).configFile();
+        struct stat info;
+        if (stat(embedded.c_str(), &info) == 0)
+            path = embedded;
+    }
+    if (!path.empty() && !velm::AppProperties::load(path.c_str()))
+        return Outcome::failure(BAD_INPUT, "cannot read configuration " + path);
+    if (const char* socket = velm::AppProperties::get("Embedded", "SocketDirectory")) {
+        setenv("PGHOST", socket, 1);
+        if (const char* port = velm::AppProperties::get("Embedded", "Port"))
+            setenv("PGPORT", port, 1);
+    }
+    return Outcome();
+}
+
+Outcome openSession(const Arguments& arguments, Session& session) {
+    Outcome configured = configure(arguments);
+    return configured.ok() ? session.open() : configured;
+}
+
+// The word at `index`, or a usage error naming what is missing.
+Outcome word(const Arguments& arguments, size_t index, const char* what, std::string& value) {
+    if (arguments.words().size() <= index)
+        return usage(std::string("missing ") + what);
+    value = arguments.words()[index];
+    return Outcome();
+}
+
+Outcome expectWords(const Arguments& arguments, size_t count) {
+    if (arguments.words().size() > count)
+        return usage("unexpected argument '" + arguments.words()[count] + "'");
+    return Outcome();
+}
+
+Outcome showContacts(Session& session, const Aor& aor, const std::string& title, Output& output) {
+    std::vector<velm::ContactRecord> contacts;
+    Outcome listed = session.contacts(aor, contacts);
+    if (listed.ok())
+        output.contacts(title, aor.text(), contacts);
+    return listed;
+}
+
+Outcome database(const Arguments& arguments, Output& output) {
+    std::string action;
+    Outcome outcome = word(arguments, 1, "db action (start, stop, status, init)", action);
+    if (outcome.ok())
+        outcome = expectWords(arguments, 2);
+    if (outcome.ok())
+        outcome = arguments.only({});
+    if (!outcome.ok())
+        return outcome;
+    if (action == "init") {
+        Session session;
+        outcome = openSession(arguments, session);
+        std::string schema = findSchema();
+        if (outcome.ok() && schema.empty())
+            outcome = Outcome::failure(DATABASE_ERROR, "schema velm.sql not found (set VELM_SCHEMA)");
+        if (outcome.ok())
+            outcome = session.loadSchema(schema);
+        if (outcome.ok())
+            output.note("schema " + schema + " loaded");
+        return outcome;
+    }
+    EmbeddedServer server(directory(arguments));
+    if (action == "start")
+        outcome = server.start();
+    else if (action == "stop")
+        outcome = server.stop();
+    else if (action == "status")
+        outcome = server.status();
+    else
+        return usage("unknown db action '" + action + "'");
+    if (outcome.status == SUCCESS || outcome.status == NOT_FOUND) {
+        output.note(outcome.message);
+        outcome.message.clear();
+    }
+    return outcome;
+}
+
+Outcome subscriber(const Arguments& arguments, Output& output) {
+    std::string action, aorText;
+    Outcome outcome = word(arguments, 1, "subscriber action (add)", action);
+    if (outcome.ok() && action != "add")
+        outcome = usage("unknown subscriber action '" + action + "'");
+    if (outcome.ok())
+        outcome = word(arguments, 2, "address of record", aorText);
+    if (outcome.ok())
+        outcome = expectWords(arguments, 3);
+    if (outcome.ok())
+        outcome = arguments.only({"--password"});
+    Aor aor;
+    if (outcome.ok())
+        outcome = parseAor(aorText, aor);
+    Session session;
+    if (outcome.ok())
+        outcome = openSession(arguments, session);
+    if (outcome.ok())
+        outcome = session.addSubscriber(aor, arguments.option("--password"));
+    if (outcome.ok())
+        output.note("added subscriber " + aor.text());
+    return outcome;
+}
+
+Outcome registration(const Arguments& arguments, Output& output) {
+    std::string aorText, contactText;
+    Outcome outcome = word(arguments, 1, "address of record", aorText);
+    if (outcome.ok())
+        outcome = word(arguments, 2, "contact", contactText);
+    if (outcome.ok())
+        outcome = expectWords(arguments, 3);
+    if (outcome.ok())
+        outcome = arguments.only({"--expires", "--q", "--call-id", "--cseq"});
+    Aor aor;
+    ContactArg contact;
+    long expires = 3600;
+    long cseq = 1;
+    std::string qvalue;
+    if (outcome.ok())
+        outcome = parseAor(aorText, aor);
+    if (outcome.ok())
+        outcome = parseContact(contactText, contact);
+    if (outcome.ok() && arguments.has("--expires"))
+        outcome = parseSeconds("--expires", arguments.option("--expires"), expires);
+    if (outcome.ok() && arguments.has("--cseq"))
+        outcome = parseSeconds("--cseq", arguments.option("--cseq"), cseq);
+    if (outcome.ok() && arguments.has("--q"))
+        outcome = parseQvalue(arguments.option("--q"), qvalue);
+    if (!outcome.ok())
+        return outcome;
+
+    velm::ContactRecord record;
+    record.setAddress(contact.uri);
+    record.setContactHeader(contact.header);
+    record.setQvalue(qvalue);
+    record.setExpires(static_cast<long>(time(nullptr)) + expires);
+    record.setCseq(cseq);
+    record.setCallId(arguments.option("--call-id", "velmctl-" + std::to_string(getpid()) + "-" +
+                                                       std::to_string(static_cast<long>(time(nullptr)))));
+    Session session;
+    Changes changes;
+    outcome = openSession(arguments, session);
+    if (outcome.ok())
+        outcome = session.registerContact(aor, record, changes);
+    if (outcome.ok())
+        outcome = showContacts(session, aor, changes.added.empty() ? "refreshed" : "registered", output);
+    return outcome;
+}
+
+Outcome unregistration(const Arguments& arguments, Output& output) {
+    std::string aorText, contactText;
+    Outcome outcome = word(arguments, 1, "address of record", aorText);
+    if (outcome.ok())
+        outcome = word(arguments, 2, "contact or '*'", contactText);
+    if (outcome.ok())
+        outcome = expectWords(arguments, 3);
+    if (outcome.ok())
+        outcome = arguments.only({});
+    Aor aor;
+    ContactArg contact{"*", "*"};
+    if (outcome.ok())
+        outcome = parseAor(aorText, aor);
+    if (outcome.ok() && contactText != "*")
+        outcome = parseContact(contactText, contact);
+    Session session;
+    Changes changes;
+    if (outcome.ok())
+        outcome = openSession(arguments, session);
+    if (outcome.ok())
+        outcome = session.unregisterContact(aor, contact, changes);
+    if (outcome.ok())
+        outcome = showContacts(session, aor, "unregistered " + std::to_string(changes.deleted.size()) + ", left", output);
+    return outcome;
+}
+
+Outcome contacts(const Arguments& arguments, Output& output) {
+    std::string aorText;
+    Outcome outcome = word(arguments, 1, "address of record", aorText);
+    if (outcome.ok())
+        outcome = expectWords(arguments, 2);
+    if (outcome.ok())
+        outcome = arguments.only({});
+    Aor aor;
+    if (outcome.ok())
+        outcome = parseAor(aorText, aor);
+    Session session;
+    if (outcome.ok())
+        outcome = openSession(arguments, session);
+    if (outcome.ok())
+        outcome = showContacts(session, aor, "contacts", output);
+    return outcome;
+}
+
+Outcome expire(const Arguments& arguments, Output& output) {
+    Outcome outcome = expectWords(arguments, 1);
+    if (outcome.ok())
+        outcome = arguments.only({});
+    Session session;
+    Changes changes;
+    if (outcome.ok())
+        outcome = openSession(arguments, session);
+    if (outcome.ok())
+        outcome = session.expire(changes);
+    if (outcome.ok()) {
+        output.note("removed " + std::to_string(changes.deleted.size()) + " expired contact(s)");
+        output.contacts("removed", "", changes.deleted);
+        output.contacts("made active", "", changes.changed);
+    }
+    return outcome;
+}
+
+Outcome demo(const Arguments& arguments, Output& output) {
+    Outcome outcome = expectWords(arguments, 1);
+    if (outcome.ok())
+        outcome = arguments.only({});
+    Session session;
+    if (outcome.ok())
+        outcome = openSession(arguments, session);
+    if (!outcome.ok())
+        return outcome;
+
+    const Aor alice{"alice", "demo.velm.test"};
+    const Aor bob{"bob", "demo.velm.test"};
+    // Provision once; later runs start from empty contact sets.
+    for (const Aor& aor : {alice, bob}) {
+        Outcome added = session.addSubscriber(aor, "");
+        if (!added.ok() && added.status != BAD_INPUT)
+            return added;
+        Changes cleared;
+        Outcome unregistered = session.unregisterContact(aor, ContactArg{"*", "*"}, cleared);
+        if (!unregistered.ok() && unregistered.status != NOT_FOUND)
+            return unregistered;
+    }
+    auto contact = [](const std::string& uri, const std::string& qvalue, long expiresIn, long cseq) {
+        velm::ContactRecord record;
+        record.setAddress(uri);
+        record.setContactHeader("<" + uri + ">");
+        record.setQvalue(qvalue);
+        record.setExpires(static_cast<long>(time(nullptr)) + expiresIn);
+        record.setCallId("demo-" + uri);
+        record.setCseq(cseq);
+        return record;
+    };
+    const std::string desk = "sip:alice@192.0.2.10:5060";
+    const std::string mobile = "sip:alice@192.0.2.20:5060;transport=tcp";
+    struct Step {
+        const char* title;
+        const Aor& aor;
+        velm::ContactRecord contact;
+        bool unregister;
+    };
+    const Step steps[] = {
+        {"1. alice registers her desk phone", alice, contact(desk, "", 3600, 1), false},
+        {"2. alice registers her mobile, which becomes the active contact", alice, contact(mobile, "1.0", 600, 1), false},
+        {"3. bob registers", bob, contact("sip:bob@198.51.100.7:5060", "", 3600, 1), false},
+        {"4. alice's desk phone refreshes its registration", alice, contact(desk, "", 7200, 2), false},
+        {"5. alice's mobile unregisters; the desk phone becomes active", alice, contact(mobile, "", 0, 2), true},
+    };
+    for (const Step& step : steps) {
+        Changes changes;
+        outcome = step.unregister
+                      ? session.unregisterContact(step.aor, ContactArg{step.contact.address(), step.contact.contactHeader()},
+                                                  changes)
+                      : session.registerContact(step.aor, step.contact, changes);
+        if (outcome.ok())
+            outcome = showContacts(session, step.aor, step.title, output);
+        if (!outcome.ok())
+            return outcome;
+    }
+    return outcome;
+}
+
+} // namespace
+
+Outcome runCommand(const Arguments& arguments, Output& output) {
+    if (arguments.words().empty())
+        return usage("no command given");
+    const std::string& command = arguments.words()[0];
+    if (command == "db")
+        return database(arguments, output);
+    if (command == "subscriber")
+        return subscriber(arguments, output);
+    if (command == "register")
+        return registration(arguments, output);
+    if (command == "unregister")
+        return unregistration(arguments, output);
+    if (command == "contacts")
+        return contacts(arguments, output);
+    if (command == "expire")
+        return expire(arguments, output);
+    if (command == "demo")
+        return demo(arguments, output);
+    if (command == "help") {
+        output.note(USAGE);
+        return Outcome();
+    }
+    return usage("unknown command '" + command + "'");
+}
+
+} // namespace velmctl

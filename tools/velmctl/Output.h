@@ -1,0 +1,35 @@
+#ifndef VELMCTL_OUTPUT_H
+#define VELMCTL_OUTPUT_H
+
+#include "ContactRecord.h"
+
+#include <string>
+#include <vector>
+
+namespace velmctl {
+
+// Contacts for people (an aligned table) or for scripts (JSON, one document
+// per command on standard output).
+class Output {
+public:
+    explicit Output(bool json) : m_json(json) {}
+    bool json() const { return m_json; }
+
+    // One titled list of contacts of `aor`. In JSON all lists of a command
+    // form one document, written by finish().
+    void contacts(const std::string& title, const std::string& aor, const std::vector<velm::ContactRecord>& contacts);
+    // A line of text for people; a "message" member in JSON.
+    void note(const std::string& text);
+    void finish();
+
+    static std::string jsonText(const std::string& text);
+
+private:
+    bool m_json;
+    std::vector<std::string> m_lists;
+    std::vector<std::string> m_notes;
+};
+
+} // namespace velmctl
+
+#endif
