@@ -9,6 +9,8 @@ Outcome Arguments::parse(int argc, char** argv) {
         std::string word = argv[at];
         if (word == "--json") {
             m_json = true;
+        } else if (word == "--help" || word == "-h") {
+            m_words.push_back("help");
         } else if (word.size() > 2 && word.compare(0, 2, "--") == 0) {
             if (at + 1 >= argc)
                 return Outcome::failure(BAD_INPUT, "option " + word + " needs a value");
