@@ -39,17 +39,3 @@ TEST(DatabaseResult, StatusSettersKeepTheMessageAndNullKeepsItToo) {
     result.setErrorMessage(std::string());
     EXPECT_EQ("", result.getErrorMessage());
 }
-
-TEST(DatabaseResult, CopiesCarryStatusAndMessage) {
-    DatabaseResult original;
-    original.setNotFound();
-    original.setErrorMessage("gone");
-    DatabaseResult copy(original);
-    DatabaseResult assigned;
-    assigned = original;
-    original.setErrorMessage("changed");
-    EXPECT_TRUE(copy.notFound());
-    EXPECT_EQ("gone", copy.getErrorMessage());
-    EXPECT_TRUE(assigned.notFound());
-    EXPECT_EQ("gone", assigned.getErrorMessage());
-}

@@ -71,28 +71,3 @@ TEST(Records, DefaultsOfRoutingAndHostRecords) {
     EXPECT_EQ(-1, filter.fid());
     EXPECT_EQ(-1, filter.trid());
 }
-
-TEST(Records, CopiesAreIndependent) {
-    ContactRecord original;
-    original.setAddress("sip:a@h");
-    original.setCsid(4);
-    ContactRecord copy(original);
-    copy.setAddress("sip:b@h");
-    copy.setPermanent('t');
-    EXPECT_EQ("sip:a@h", original.address());
-    EXPECT_EQ("f", original.permanent());
-    EXPECT_EQ(4, copy.csid());
-
-    SubscriberRecord subscriber;
-    subscriber.setPassword("secret");
-    SubscriberRecord assigned;
-    assigned = subscriber;
-    assigned.setPassword(std::string("other"));
-    EXPECT_EQ("secret", subscriber.password());
-
-    HostInfo host;
-    host.setNodeType("edge");
-    HostInfo hostCopy = host;
-    hostCopy.setNodeType(std::string("home"));
-    EXPECT_EQ("edge", host.nodeType());
-}
