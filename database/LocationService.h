@@ -149,9 +149,11 @@ private:
     DatabaseResult failStep(const DatabaseResult& failure, const char* operation, int step, const char* message,
                             const Closing& closing);
     void closeTransaction(const char* operation, const Closing& closing);
-    DatabaseResult checkOutputsEmpty(const std::vector<ContactRecord>& addedContacts,
-                                     const std::vector<ContactRecord>& deletedContacts,
-                                     const std::vector<ContactRecord>& changedContacts);
+    // The start of every step-by-step form: the output vectors must be empty
+    // (a bad parameter otherwise) and the connection there.
+    DatabaseResult readyForSteps(const std::vector<ContactRecord>& addedContacts,
+                                 const std::vector<ContactRecord>& deletedContacts,
+                                 const std::vector<ContactRecord>& changedContacts);
     // The index in `stored` of the contact whose Contact header names the same
     // contact as `contact`'s, or -1; traced as an unregistration or a refresh.
     int matchStored(const ContactRecord& contact, const std::vector<ContactRecord>& stored, bool unregistering);

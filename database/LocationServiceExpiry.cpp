@@ -32,10 +32,7 @@ DatabaseResult LocationService::removeExpiredContacts() {
 DatabaseResult LocationService::removeExpiredContacts(std::vector<ContactRecord>& addedContacts,
                                                       std::vector<ContactRecord>& deletedContacts,
                                                       std::vector<ContactRecord>& changedContacts) {
-    DatabaseResult result = checkOutputsEmpty(addedContacts, deletedContacts, changedContacts);
-    if (!result.okay())
-        return result;
-    checkConnect(result);
+    DatabaseResult result = readyForSteps(addedContacts, deletedContacts, changedContacts);
     if (!result.okay())
         return result;
 

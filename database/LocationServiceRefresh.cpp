@@ -40,10 +40,7 @@ DatabaseResult LocationService::updateContacts(int key, std::vector<ContactRecor
                                                std::vector<ContactRecord>& changedContacts) {
     if (m_useAutoCommit)
         return updateContactsAC(key, contacts);
-    DatabaseResult result = checkOutputsEmpty(addedContacts, deletedContacts, changedContacts);
-    if (!result.okay())
-        return result;
-    checkConnect(result);
+    DatabaseResult result = readyForSteps(addedContacts, deletedContacts, changedContacts);
     if (!result.okay())
         return result;
     m_trace.prn("updateContacts invoked for key=%d", key);

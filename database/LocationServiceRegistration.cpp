@@ -43,10 +43,7 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
                                                  std::vector<ContactRecord>& changedContacts) {
     if (m_useAutoCommit)
         return registerContactsAC(key, contacts);
-    DatabaseResult result = checkOutputsEmpty(addedContacts, deletedContacts, changedContacts);
-    if (!result.okay())
-        return result;
-    checkConnect(result);
+    DatabaseResult result = readyForSteps(addedContacts, deletedContacts, changedContacts);
     if (!result.okay())
         return result;
     m_trace.prn("registering contacts for key=%d", key);

@@ -36,9 +36,9 @@ void LocationService::closeTransaction(const char* operation, const Closing& clo
     }
 }
 
-DatabaseResult LocationService::checkOutputsEmpty(const std::vector<ContactRecord>& addedContacts,
-                                                  const std::vector<ContactRecord>& deletedContacts,
-                                                  const std::vector<ContactRecord>& changedContacts) {
+DatabaseResult LocationService::readyForSteps(const std::vector<ContactRecord>& addedContacts,
+                                              const std::vector<ContactRecord>& deletedContacts,
+                                              const std::vector<ContactRecord>& changedContacts) {
     DatabaseResult result;
     const char* message = !addedContacts.empty()     ? "addedContacts not empty"
                           : !deletedContacts.empty() ? "deletedContacts not empty"
@@ -47,7 +47,9 @@ DatabaseResult LocationService::checkOutputsEmpty(const std::vector<ContactRecor
     if (message != nullptr) {
         result.setBadParameter();
         result.setErrorMessage(message);
+        return result;
     }
+    checkConnect(result);
     return result;
 }
 

@@ -45,10 +45,7 @@ DatabaseResult LocationService::unregisterContacts(int key, std::vector<ContactR
                                                    std::vector<ContactRecord>& changedContacts) {
     if (m_useAutoCommit)
         return unregisterContactsAC(key, contacts);
-    DatabaseResult result = checkOutputsEmpty(addedContacts, deletedContacts, changedContacts);
-    if (!result.okay())
-        return result;
-    checkConnect(result);
+    DatabaseResult result = readyForSteps(addedContacts, deletedContacts, changedContacts);
     if (!result.okay())
         return result;
 
