@@ -188,6 +188,9 @@ private:
     bool connected(DatabaseResult& outcome);
     bool fetch(const std::string& sql, QueryResultPtr& result, DatabaseResult& outcome,
                const char* notExecutedTrace = nullptr, const char* rejectedTrace = nullptr);
+    // fetch() of a statement that must answer with rows: a failure's text is
+    // traced, and no rows is not found, traced "zero rows found".
+    bool fetchRows(const std::string& sql, QueryResultPtr& result, DatabaseResult& outcome);
     // A column value, null for SQL NULL (which libpq hands over as an empty
     // text) and out of range.
     static const char* column(const QueryResultPtr& result, int row, int col);

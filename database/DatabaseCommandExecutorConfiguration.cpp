@@ -42,17 +42,10 @@ DatabaseResult DatabaseCommandExecutor::getHostInfo(HostInfo& info) {
         return outcome;
     m_trace.prn("looking up host info from system_parameters table");
     QueryResultPtr result;
-    if (!fetch("SELECT name,value FROM system_parameters WHERE application='velm' AND scope='system'", result,
-               outcome)) {
-        m_trace.prn("%s", m_errorMsg.c_str());
+    if (!fetchRows("SELECT name,value FROM system_parameters WHERE application='velm' AND scope='system'", result,
+                   outcome))
         return outcome;
-    }
     int rows = result.rows();
-    if (rows == 0) {
-        m_trace.prn("zero rows found");
-        outcome.setNotFound();
-        return outcome;
-    }
     m_trace.prn("getHostInfo returned %d rows", rows);
     std::map<std::string, std::string> parameters;
     for (int row = 0; row < rows; ++row) {
@@ -87,17 +80,10 @@ DatabaseResult DatabaseCommandExecutor::getQoSField(int* qos) {
         return outcome;
     m_trace.prn("looking up QoS from system_parameter table");
     QueryResultPtr result;
-    if (!fetch("SELECT value FROM system_parameters WHERE application='velm' AND scope='system' AND name='qos'", result,
-               outcome)) {
-        m_trace.prn("%s", m_errorMsg.c_str());
+    if (!fetchRows("SELECT value FROM system_parameters WHERE application='velm' AND scope='system' AND name='qos'",
+                   result, outcome))
         return outcome;
-    }
     int rows = result.rows();
-    if (rows == 0) {
-        m_trace.prn("zero rows found");
-        outcome.setNotFound();
-        return outcome;
-    }
     m_trace.prn("DB returned with %d rows", rows);
     *qos = std::atoi(text(result.getValue(0, 0)).c_str());
     m_trace.prn("getQoSField returned QoS=%d", *qos);

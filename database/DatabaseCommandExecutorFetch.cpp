@@ -25,6 +25,19 @@ bool DatabaseCommandExecutor::fetch(const std::string& sql, QueryResultPtr& resu
     return false;
 }
 
+bool DatabaseCommandExecutor::fetchRows(const std::string& sql, QueryResultPtr& result, DatabaseResult& outcome) {
+    if (!fetch(sql, result, outcome)) {
+        m_trace.prn("%s", m_errorMsg.c_str());
+        return false;
+    }
+    if (result.rows() == 0) {
+        m_trace.prn("zero rows found");
+        outcome.setNotFound();
+        return false;
+    }
+    return true;
+}
+
 const char* DatabaseCommandExecutor::column(const QueryResultPtr& result, int row, int col) {
     const char* value = result.getValue(row, col);
     return hasValue(value) ? value : nullptr;

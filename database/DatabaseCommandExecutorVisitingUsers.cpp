@@ -21,20 +21,13 @@ DatabaseResult DatabaseCommandExecutor::getHomeNode_id(int& nodeId) {
         return outcome;
     m_trace.prn("getHomeNode_id: looking up node_id for this home");
     QueryResultPtr result;
-    if (!fetch("SELECT value "
-               "FROM local_parameters "
-               "WHERE local_parameters.application='boot' AND local_parameters.scope='system' AND "
-               "local_parameters.name='replica_id' ",
-               result, outcome)) {
-        m_trace.prn("%s", m_errorMsg.c_str());
+    if (!fetchRows("SELECT value "
+                   "FROM local_parameters "
+                   "WHERE local_parameters.application='boot' AND local_parameters.scope='system' AND "
+                   "local_parameters.name='replica_id' ",
+                   result, outcome))
         return outcome;
-    }
     int rows = result.rows();
-    if (rows == 0) {
-        m_trace.prn("zero rows found");
-        outcome.setNotFound();
-        return outcome;
-    }
     m_trace.prn("getHomeNode_id: returned %d rows", rows);
     m_trace.prn("getNextContactId: homeNode_id=%s", result.getValue(0, 0));
     const char* value = column(result, 0, 0);
