@@ -96,7 +96,7 @@ TEST_F(Velmctl, BadInputIsOneLineThatSaysWhatIsWrongAndChangesNothing) {
         {"register alice '<sip:alice@192.0.2.10>'",
          "velmctl: 'alice' is not an address of record: expected user@domain\n"},
         {"register alice@example.com 'http://192.0.2.10/'",
-         "velmctl: contact 'http://192.0.2.10/' is not a SIP URI: "},
+         "velmctl: contact 'http://192.0.2.10/': not a SIP "},
         {"register alice@example.com '<sip:alice@192.0.2.10>' --expires -30",
          "velmctl: --expires must not be negative (got -30)\n"},
         {"register alice@example.com '<sip:alice@192.0.2.10>' --q 2", "velmctl: --q '2' is not a qvalue between 0 and 1\n"},

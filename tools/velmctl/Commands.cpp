@@ -75,6 +75,20 @@ Outcome expectWords(const Arguments& arguments, size_t count) {
     return Outcome();
 }
 
+// Exactly the words `what` names after the command word, and only the listed
+// options; the words go to `values` in order.
+Outcome expectArguments(const Arguments& arguments, const std::vector<const char*>& what,
+                        const std::vector<std::string>& options, std::vector<std::string>& values) {
+    for (size_t index = 0; index < what.size(); ++index) {
+        values.emplace_back();
+        Outcome given = word(arguments, index + 1, what[index], values.back());
+        if (!given.ok())
+            return given;
+    }
+    Outcome outcome = expectWords(arguments, what.size() + 1);
+    return outcome.ok() ? arguments.only(options) : outcome;
+}
+
 Outcome showContacts(Session& session, const Aor& aor, const std::string& title, Output& output) {
     std::vector<velm::ContactRecord> contacts;
     Outcome listed = session.contacts(aor, contacts);
@@ -84,14 +98,11 @@ Outcome showContacts(Session& session, const Aor& aor, const std::string& title,
 }
 
 Outcome database(const Arguments& arguments, Output& output) {
-    std::string action;
-    Outcome outcome = word(arguments, 1, "db action (start, stop, status, init)", action);
-    if (outcome.ok())
-        outcome = expectWords(arguments, 2);
-    if (outcome.ok())
-        outcome = arguments.only({});
+    std::vector<std::string> given;
+    Outcome outcome = expectArguments(arguments, {"db action (start, stop, status, init)"}, {}, given);
     if (!outcome.ok())
         return outcome;
+    const std::string& action = given[0];
     if (action == "init") {
         Session session;
         outcome = openSession(arguments, session);
@@ -121,19 +132,13 @@ Outcome database(const Arguments& arguments, Output& output) {
 }
 
 Outcome subscriber(const Arguments& arguments, Output& output) {
-    std::string action, aorText;
-    Outcome outcome = word(arguments, 1, "subscriber action (add)", action);
-    if (outcome.ok() && action != "add")
-        outcome = usage("unknown subscriber action '" + action + "'");
-    if (outcome.ok())
-        outcome = word(arguments, 2, "address of record", aorText);
-    if (outcome.ok())
-        outcome = expectWords(arguments, 3);
-    if (outcome.ok())
-        outcome = arguments.only({"--password"});
+    std::vector<std::string> given;
+    Outcome outcome = expectArguments(arguments, {"subscriber action (add)", "address of record"}, {"--password"}, given);
+    if (outcome.ok() && given[0] != "add")
+        outcome = usage("unknown subscriber action '" + given[0] + "'");
     Aor aor;
     if (outcome.ok())
-        outcome = parseAor(aorText, aor);
+        outcome = parseAor(given[1], aor);
     Session session;
     if (outcome.ok())
         outcome = openSession(arguments, session);
@@ -145,23 +150,18 @@ Outcome subscriber(const Arguments& arguments, Output& output) {
 }
 
 Outcome registration(const Arguments& arguments, Output& output) {
-    std::string aorText, contactText;
-    Outcome outcome = word(arguments, 1, "address of record", aorText);
-    if (outcome.ok())
-        outcome = word(arguments, 2, "contact", contactText);
-    if (outcome.ok())
-        outcome = expectWords(arguments, 3);
-    if (outcome.ok())
-        outcome = arguments.only({"--expires", "--q", "--call-id", "--cseq"});
+    std::vector<std::string> given;
+    Outcome outcome =
+        expectArguments(arguments, {"address of record", "contact"}, {"--expires", "--q", "--call-id", "--cseq"}, given);
     Aor aor;
     ContactArg contact;
     long expires = 3600;
     long cseq = 1;
     std::string qvalue;
     if (outcome.ok())
-        outcome = parseAor(aorText, aor);
+        outcome = parseAor(given[0], aor);
     if (outcome.ok())
-        outcome = parseContact(contactText, contact);
+        outcome = parseContact(given[1], contact);
     if (outcome.ok() && arguments.has("--expires"))
         outcome = parseSeconds("--expires", arguments.option("--expires"), expires);
     if (outcome.ok() && arguments.has("--cseq"))
@@ -190,20 +190,14 @@ Outcome registration(const Arguments& arguments, Output& output) {
 }
 
 Outcome unregistration(const Arguments& arguments, Output& output) {
-    std::string aorText, contactText;
-    Outcome outcome = word(arguments, 1, "address of record", aorText);
-    if (outcome.ok())
-        outcome = word(arguments, 2, "contact or '*'", contactText);
-    if (outcome.ok())
-        outcome = expectWords(arguments, 3);
-    if (outcome.ok())
-        outcome = arguments.only({});
+    std::vector<std::string> given;
+    Outcome outcome = expectArguments(arguments, {"address of record", "contact or '*'"}, {}, given);
     Aor aor;
     ContactArg contact{"*", "*"};
     if (outcome.ok())
-        outcome = parseAor(aorText, aor);
-    if (outcome.ok() && contactText != "*")
-        outcome = parseContact(contactText, contact);
+        outcome = parseAor(given[0], aor);
+    if (outcome.ok() && given[1] != "*")
+        outcome = parseContact(given[1], contact);
     Session session;
     Changes changes;
     if (outcome.ok())
@@ -216,15 +210,11 @@ Outcome unregistration(const Arguments& arguments, Output& output) {
 }
 
 Outcome contacts(const Arguments& arguments, Output& output) {
-    std::string aorText;
-    Outcome outcome = word(arguments, 1, "address of record", aorText);
-    if (outcome.ok())
-        outcome = expectWords(arguments, 2);
-    if (outcome.ok())
-        outcome = arguments.only({});
+    std::vector<std::string> given;
+    Outcome outcome = expectArguments(arguments, {"address of record"}, {}, given);
     Aor aor;
     if (outcome.ok())
-        outcome = parseAor(aorText, aor);
+        outcome = parseAor(given[0], aor);
     Session session;
     if (outcome.ok())
         outcome = openSession(arguments, session);
@@ -234,9 +224,8 @@ Outcome contacts(const Arguments& arguments, Output& output) {
 }
 
 Outcome expire(const Arguments& arguments, Output& output) {
-    Outcome outcome = expectWords(arguments, 1);
-    if (outcome.ok())
-        outcome = arguments.only({});
+    std::vector<std::string> none;
+    Outcome outcome = expectArguments(arguments, {}, {}, none);
     Session session;
     Changes changes;
     if (outcome.ok())
@@ -252,9 +241,8 @@ Outcome expire(const Arguments& arguments, Output& output) {
 }
 
 Outcome demo(const Arguments& arguments, Output& output) {
-    Outcome outcome = expectWords(arguments, 1);
-    if (outcome.ok())
-        outcome = arguments.only({});
+    std::vector<std::string> none;
+    Outcome outcome = expectArguments(arguments, {}, {}, none);
     Session session;
     if (outcome.ok())
         outcome = openSession(arguments, session);

@@ -37,7 +37,7 @@ Outcome parseContact(const std::string& text, ContactArg& contact) {
     }
     osk::Uri parsed(uri);
     if (!parsed.isValid())
-        return bad("contact '" + text + "' is not a SIP URI: " + parsed.errorMessage());
+        return bad("contact '" + text + "': " + parsed.errorMessage());
     if (text.find('\'') != std::string::npos)
         return bad("contact '" + text + "' contains a quote");
     contact.uri = uri;
