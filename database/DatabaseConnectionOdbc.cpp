@@ -79,8 +79,12 @@ bool DatabaseConnectionOdbc::connect(const char* dsn, const char* user, const ch
     m_trace.prn("connecting with '%s'", connectText.c_str());
     SQLCHAR completed[2048];
     SQLSMALLINT completedLength = 0;
-    SQLRETURN rc = SQLDriverConnect(m_connHandle, nullptr, sqlText(connectText.c_str()), SQL_NTS, completed,
-                                    sizeof completed, &completedLength, SQL_DRIVER_NOPROMPT);
+    // psqlODBC changes the process locale while it connects, and setlocale is
+    // not thread-safe: connections of the process are made one at a time.
+    SQLRETURN rc = osk::withCancelSafeLock(m_mutex, [&] {
+        return SQLDriverConnect(m_connHandle, nullptr, sqlText(connectText.c_str()), SQL_NTS, completed,
+                                sizeof completed, &completedLength, SQL_DRIVER_NOPROMPT);
+    });
     if (!SQL_SUCCEEDED(rc)) {
         errorConn();
         freeConnectionHandle();

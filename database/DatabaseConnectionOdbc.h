@@ -58,6 +58,7 @@ private:
     Tracer m_trace;
 
     // The one environment of the process, made on first need, never freed.
+    // m_mutex guards its creation and every driver connect.
     static SQLHENV m_henv;
     static osk::Mutex m_mutex;
 };
