@@ -86,10 +86,17 @@ bool DatabaseConnectionPgsql::execute(const char* sql, QueryResultPtr& result) {
     m_trace.prn("Executing query: \n%s\n", sql);
     result.setSqlCommand(sql);
 
+    // A reset ends the server session and with it any open transaction. A
+    // statement of that transaction run again on the new session would land
+    // outside it (and outside its locks), so inside a transaction the
+    // failure goes to the caller instead, whose ladder rolls back.
+    const PGTransactionStatusType before = PQtransactionStatus(m_conn);
+    const bool mayRetry = before != PQTRANS_INTRANS && before != PQTRANS_INERROR;
+
     PGresult* pgResult = PQexec(m_conn, sql);
     if (pgResult == nullptr) {
         m_trace.prn("fatal query error: retrying connection");
-        if (!reset())
+        if (!reset() || !mayRetry)
             return error("fatal error, query failed");
         m_trace.prn("connection reset, retrying query");
         pgResult = PQexec(m_conn, sql);
@@ -104,6 +111,9 @@ bool DatabaseConnectionPgsql::execute(const char* sql, QueryResultPtr& result) {
         m_trace.prn("fatal error, retrying after: %s", statusName.c_str());
         if (!reset())
             return error("fatal query error, connection reset failed");
+        // The failed result stays with the caller, who asks result.failed().
+        if (!mayRetry)
+            return okay();
         pgResult = PQexec(m_conn, sql);
         if (pgResult == nullptr)
             return error("fatal query error after reset");

@@ -10,8 +10,11 @@ typedef struct pg_conn PGconn;
 
 namespace velm {
 
-// A PostgreSQL connection over libpq. execute() resets the connection and runs
-// the statement once more after a fatal error, whatever its cause.
+// A PostgreSQL connection over libpq. execute() resets the connection after a
+// fatal error, whatever its cause, and runs the statement once more unless the
+// session was inside a transaction block: that transaction is gone with the
+// old session, so the failure is the caller's (a failed result, or false when
+// no result came back at all).
 class DatabaseConnectionPgsql final : public DatabaseConnection {
 public:
     DatabaseConnectionPgsql();
