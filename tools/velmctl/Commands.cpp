@@ -1,101 +1,17 @@
-#include "Commands.h"
-
-#include "AppProperties.h"
+// The provisioning, registration and private-server commands.
+#include "CommandRegistry.h"
+#include "CommandSupport.h"
 #include "EmbeddedServer.h"
 #include "Input.h"
 #include "Session.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
-#include <cstdlib>
 #include <ctime>
 
 namespace velmctl {
 
 namespace {
-
-const char* const USAGE =
-    "usage: velmctl [--json] [--config FILE] [--dir DIR] COMMAND\n"
-    "  db start | stop | status     a private PostgreSQL server in DIR (default ~/.local/share/velmdb)\n"
-    "  db init                      load the schema into the configured database\n"
-    "  subscriber add AOR [--password PASSWORD]\n"
-    "  register AOR CONTACT [--expires SECONDS] [--q VALUE] [--call-id ID] [--cseq N]\n"
-    "  unregister AOR CONTACT|'*'\n"
-    "  contacts AOR\n"
-    "  expire                       remove expired contacts\n"
-    "  demo                         provision, register, refresh and unregister, showing each step\n"
-    "The configuration is --config, else VELM_CONFIG, else the one 'db start' wrote in DIR.\n"
-    "Exit status: 0 success, 1 not found, 2 bad input, 3 database error.";
-
-Outcome usage(const std::string& problem) {
-    return Outcome::failure(BAD_INPUT, problem + "\n" + USAGE);
-}
-
-std::string directory(const Arguments& arguments) {
-    return arguments.option("--dir", EmbeddedServer::defaultDirectory());
-}
-
-// Loads the configuration and, for the private server, points libpq at its
-// socket.
-Outcome configure(const Arguments& arguments) {
-    std::string path = arguments.option("--config");
-    if (path.empty() && std::getenv("VELM_CONFIG") == nullptr) {
-        std::string embedded = EmbeddedServer(directory(arguments)).configFile();
-        struct stat info;
-        if (stat(embedded.c_str(), &info) == 0)
-            path = embedded;
-    }
-    if (!path.empty() && !velm::AppProperties::load(path.c_str()))
-        return Outcome::failure(BAD_INPUT, "cannot read configuration " + path);
-    if (const char* socket = velm::AppProperties::get("Embedded", "SocketDirectory")) {
-        setenv("PGHOST", socket, 1);
-        if (const char* port = velm::AppProperties::get("Embedded", "Port"))
-            setenv("PGPORT", port, 1);
-    }
-    return Outcome();
-}
-
-Outcome openSession(const Arguments& arguments, Session& session) {
-    Outcome configured = configure(arguments);
-    return configured.ok() ? session.open() : configured;
-}
-
-// The word at `index`, or a usage error naming what is missing.
-Outcome word(const Arguments& arguments, size_t index, const char* what, std::string& value) {
-    if (arguments.words().size() <= index)
-        return usage(std::string("missing ") + what);
-    value = arguments.words()[index];
-    return Outcome();
-}
-
-Outcome expectWords(const Arguments& arguments, size_t count) {
-    if (arguments.words().size() > count)
-        return usage("unexpected argument '" + arguments.words()[count] + "'");
-    return Outcome();
-}
-
-// Exactly the words `what` names after the command word, and only the listed
-// options; the words go to `values` in order.
-Outcome expectArguments(const Arguments& arguments, const std::vector<const char*>& what,
-                        const std::vector<std::string>& options, std::vector<std::string>& values) {
-    for (size_t index = 0; index < what.size(); ++index) {
-        values.emplace_back();
-        Outcome given = word(arguments, index + 1, what[index], values.back());
-        if (!given.ok())
-            return given;
-    }
-    Outcome outcome = expectWords(arguments, what.size() + 1);
-    return outcome.ok() ? arguments.only(options) : outcome;
-}
-
-Outcome showContacts(Session& session, const Aor& aor, const std::string& title, Output& output) {
-    std::vector<velm::ContactRecord> contacts;
-    Outcome listed = session.contacts(aor, contacts);
-    if (listed.ok())
-        output.contacts(title, aor.text(), contacts);
-    return listed;
-}
 
 Outcome database(const Arguments& arguments, Output& output) {
     std::vector<std::string> given;
@@ -300,31 +216,20 @@ Outcome demo(const Arguments& arguments, Output& output) {
     return outcome;
 }
 
-} // namespace
 
-Outcome runCommand(const Arguments& arguments, Output& output) {
-    if (arguments.words().empty())
-        return usage("no command given");
-    const std::string& command = arguments.words()[0];
-    if (command == "db")
-        return database(arguments, output);
-    if (command == "subscriber")
-        return subscriber(arguments, output);
-    if (command == "register")
-        return registration(arguments, output);
-    if (command == "unregister")
-        return unregistration(arguments, output);
-    if (command == "contacts")
-        return contacts(arguments, output);
-    if (command == "expire")
-        return expire(arguments, output);
-    if (command == "demo")
-        return demo(arguments, output);
-    if (command == "help") {
-        output.note(USAGE);
-        return Outcome();
-    }
-    return usage("unknown command '" + command + "'");
-}
+const CommandRegistration DB("db",
+    "  db start | stop | status     a private PostgreSQL server in DIR (default ~/.local/share/velmdb)\n"
+    "  db init                      load the schema into the configured database\n",
+    database);
+const CommandRegistration SUBSCRIBER("subscriber", "  subscriber add AOR [--password PASSWORD]\n", subscriber);
+const CommandRegistration REGISTER("register",
+    "  register AOR CONTACT [--expires SECONDS] [--q VALUE] [--call-id ID] [--cseq N]\n", registration);
+const CommandRegistration UNREGISTER("unregister", "  unregister AOR CONTACT|'*'\n", unregistration);
+const CommandRegistration CONTACTS("contacts", "  contacts AOR\n", contacts);
+const CommandRegistration EXPIRE("expire", "  expire                       remove expired contacts\n", expire);
+const CommandRegistration DEMO("demo",
+    "  demo                         provision, register, refresh and unregister, showing each step\n", demo);
+
+} // namespace
 
 } // namespace velmctl

@@ -41,6 +41,9 @@ public:
     Outcome expire(Changes& changes);
     // Runs the statements of a schema file.
     Outcome loadSchema(const std::string& path);
+    // The opened service, for command families that call the library
+    // directly; null before open().
+    velm::LocationService* service() { return m_service; }
 
 private:
     Outcome key(const Aor& aor, int& key);

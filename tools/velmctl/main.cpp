@@ -1,7 +1,7 @@
 // velmctl: provisions subscribers, registers and lists contacts through the
 // velmdb library, and runs a private PostgreSQL server to try it out.
 #include "Arguments.h"
-#include "Commands.h"
+#include "CommandRegistry.h"
 #include "Output.h"
 
 #include <cstdio>
