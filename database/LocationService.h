@@ -89,6 +89,16 @@ public:
     // Expired contacts; with `flag` only one, through its primary address.
     DatabaseResult getExpiredContacts(std::vector<ContactRecord>& contacts, bool flag);
 
+    // Subscriber and public-address lookups; visiting users.
+
+    // Contact lookup and request routing; the conference server.
+
+    // The digit-prefix tree and digit-map lookup.
+
+    // Address maps.
+
+    // Configuration and policy accessors.
+
     // Per-instance state. The pool binds an instance to its thread through
     // m_threadId.
     pthread_t m_threadId;
@@ -124,6 +134,16 @@ public:
     static const std::string STR_CONF_TOTAL;
 
 private:
+    // Helpers of the lookups and visiting users.
+
+    // Helpers of routing and the conference server.
+
+    // Helpers of the digit-prefix tree.
+
+    // Helpers of the address maps.
+
+    // Helpers of the configuration accessors.
+
     // The frame of an operation that runs one executor command: the
     // connection guard, `command(*m_exec)`, and the alarm when the database
     // failed. `operation` names it in the alarm text.
