@@ -4,6 +4,7 @@
 #include "AppProperties.h"
 #include "CritSect.h"
 #include "DatabaseCommandExecutor.h"
+#include "SafeLock.h"
 #include "ServiceRegistrar.h"
 #include "StringTokenizer.h"
 #include "TrustedHostRecord.h"
@@ -126,6 +127,8 @@ DatabaseResult LocationService::executeCmd(const std::string& command) {
 
 void LocationService::setPrimaryDomain(const std::string& domain) {
     m_primaryDomain = domain;
+    // The conference server URI is made of the primary domain.
+    osk::withCancelSafeLock(m_mutexConferenceServerUri, [] { m_needToReloadConferenceServerUri = true; });
 }
 
 std::string LocationService::getPrimaryDomain() {
