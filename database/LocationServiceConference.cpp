@@ -2,10 +2,9 @@
 
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
+#include "LowerCase.h"
 #include "SafeLock.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cmath>
 #include <map>
 
@@ -14,12 +13,6 @@ namespace velm {
 namespace {
 
 const char* const DEFAULT_HANDLE = "confsvr";
-
-std::string lowerCase(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return text;
-}
 
 // What the event server's operators follow of the bridge pool.
 const Trace& eventServerTrace() {
@@ -36,7 +29,7 @@ std::string LocationService::queryConferenceServerHandle() {
             m_exec->getSystemParameterValue("conference", "SixParty", "ConferenceFactoryUser", value);
         alarmOnFatal("queryConferenceServerHandle", result);
     }
-    std::string handle = lowerCase(value);
+    std::string handle = lowerCase(value.c_str());
     if (!handle.empty()) {
         m_trace.prn("LocationService::queryConferenceServerHandle(): --- FOUND ---: ConferenceServer Handle Found: %s",
                     handle.c_str());
@@ -45,7 +38,7 @@ std::string LocationService::queryConferenceServerHandle() {
                     "Found! Use Default: confsvr");
         handle = DEFAULT_HANDLE;
     }
-    return lowerCase(handle);
+    return lowerCase(handle.c_str());
 }
 
 std::string LocationService::composeConferenceServerUri(const std::string& primaryDomain, bool isTlsTransport) {
@@ -55,7 +48,7 @@ std::string LocationService::composeConferenceServerUri(const std::string& prima
 
 std::string LocationService::composeConferenceServerUriLocked(const std::string& primaryDomain, bool isTlsTransport) {
     m_trace.prn("LocationService::composeConferenceServerUri(2): >>> ENTER: isTlsTransport=%d", isTlsTransport);
-    std::string domain = lowerCase(primaryDomain);
+    std::string domain = lowerCase(primaryDomain.c_str());
     std::string uri;
     // Without a connection the default handle is used but not kept, and the
     // URI is composed again once the instance is connected.

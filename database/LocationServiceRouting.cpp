@@ -4,10 +4,9 @@
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "ElapsedTimeCounter.h"
+#include "LowerCase.h"
 #include "Uri.h"
 
-#include <algorithm>
-#include <cctype>
 #include <cstring>
 
 namespace velm {
@@ -16,13 +15,6 @@ namespace {
 
 const char* shown(const char* text) {
     return text != nullptr ? text : "(null)";
-}
-
-std::string lowerCase(const char* text) {
-    std::string lower = text != nullptr ? text : "";
-    std::transform(lower.begin(), lower.end(), lower.begin(),
-                   [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
-    return lower;
 }
 
 // Case-sensitive on purpose, unlike ModuleFirst: only "true" turns it on.
