@@ -63,11 +63,11 @@ private:
     bool m_chainEnd = false;
 };
 
-void showRoute(const std::string& title, const std::string& ordering, bool redirect,
+void showRoute(const std::string& title, const std::string& target, const std::string& ordering, bool redirect,
                const std::vector<velm::ContactRecord>& contacts, Output& output) {
     output.field("ordering", ordering);
     output.field("redirect", redirect ? "true" : "false", true);
-    output.contacts(title, "", contacts);
+    output.contacts(title, target, contacts);
 }
 
 Outcome lookup(Session& session, const std::string& requestUri, const Arguments& arguments, Output& output) {
@@ -76,7 +76,7 @@ Outcome lookup(Session& session, const std::string& requestUri, const Arguments&
     // in for it unless --domain names it.
     osk::Uri uri(requestUri);
     if (!uri.isValid())
-        return Outcome::failure(BAD_INPUT, "not a SIP URI: " + requestUri + " (" + uri.errorMessage() + ")");
+        return Outcome::failure(BAD_INPUT, "request URI '" + requestUri + "': " + uri.errorMessage());
     service.setPrimaryDomain(arguments.option("--domain", uri.getHost()));
 
     std::string authUser = arguments.option("--auth-user");
@@ -95,7 +95,7 @@ Outcome lookup(Session& session, const std::string& requestUri, const Arguments&
     if (!outcome.ok())
         return outcome;
     output.field("source", source);
-    showRoute("route", ordering, redirect, contacts, output);
+    showRoute("route", requestUri, ordering, redirect, contacts, output);
     return outcome;
 }
 
@@ -103,16 +103,18 @@ Outcome defaultRoute(Session& session, Output& output) {
     std::string ordering;
     bool redirect = false;
     std::vector<velm::ContactRecord> contacts;
-    Outcome outcome = fromResult(session.service()->getDefaultRoute(ordering, redirect, contacts), "default route");
+    Outcome outcome = fromResult(session.service()->getDefaultRoute(ordering, redirect, contacts),
+                                 "default route (system parameters of application velm)");
     if (outcome.ok())
-        showRoute("default route", ordering, redirect, contacts, output);
+        showRoute("default route", "the node's parent contact", ordering, redirect, contacts, output);
     return outcome;
 }
 
 Outcome outboundRoute(Session& session, const std::string& target, bool internal, Output& output) {
     std::string proxy;
     bool allowed = false;
-    Outcome outcome = fromResult(session.service()->getOutboundRoute(target.c_str(), internal, proxy, allowed), target);
+    Outcome outcome = fromResult(session.service()->getOutboundRoute(target.c_str(), internal, proxy, allowed),
+                                 "outbound route (system parameters of application velm)");
     if (!outcome.ok())
         return outcome;
     output.field("allowed", allowed ? "true" : "false", true);
