@@ -2,36 +2,16 @@
 
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
-#include "PublicAddressRecord.h"
 #include "SipResponse.h"
 
-#include <cctype>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
 namespace registrar {
 
-namespace {
-
-std::string lower(std::string text) {
-    for (char& c : text)
-        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-    return text;
-}
-
-} // namespace
-
 velm::DatabaseResult Bindings::key(const std::string& user, const std::string& host, int& key) {
-    velm::DatabaseResult result;
-    m_service.checkConnect(result);
-    if (!result.okay())
-        return result;
-    velm::PublicAddressRecord address;
-    result = m_service.m_exec->lookupPublicAddress(lower(user).c_str(), lower(host).c_str(), address);
-    if (result.okay())
-        key = address.public_address_id();
-    return result;
+    return m_service.getPublicAddressKey(user.c_str(), host.c_str(), key);
 }
 
 velm::DatabaseResult Bindings::current(int key, long now, std::vector<velm::ContactRecord>& contacts) {

@@ -20,7 +20,7 @@ class Bindings {
 public:
     explicit Bindings(velm::LocationService& service) : m_service(service) {}
 
-    // The public address key of user@host (lower-cased).
+    // The public address key of user@host, a subscriber of this node.
     velm::DatabaseResult key(const std::string& user, const std::string& host, int& key);
     // The contacts of `key` that a REGISTER bound and that have not expired
     // at `now`, in routing order (highest qvalue, then latest expiry, first).
