@@ -18,6 +18,7 @@ class CritSect;
 namespace velm {
 
 class AddressMap;
+class AddressMapRecord;
 class ContactRecord;
 class DatabaseCommandExecutor;
 class PrefixMap;
@@ -242,6 +243,13 @@ private:
     // Helpers of the digit-prefix tree.
 
     // Helpers of the address maps.
+
+    // Brings m_addrMap in line with `rows` (ascending priority): entries
+    // whose key still has a row are kept, in the rows' order, and compiled
+    // again only when their row is newer; the others are freed.
+    void synchronizeMaps(const std::vector<AddressMapRecord>& rows);
+    // The csid of the first entry whose pattern matches, 0 when none does.
+    int matchingCsid(const char* requestUri);
 
     // Helpers of the configuration accessors.
 
