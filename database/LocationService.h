@@ -212,7 +212,10 @@ public:
     static std::string m_conferenceServerUri;
     static osk::Mutex m_mutexConferenceServerUri;
     static bool m_needToReloadConferenceServerUri;
+    // Read and written only under m_mutexPrimaryDomain (through the two
+    // accessors): threads of the whole process read it.
     static std::string m_primaryDomain;
+    static osk::Mutex m_mutexPrimaryDomain;
     static Trace& m_strace;
     static osk::CritSect m_cs;
     static const std::string STR_CONF_IN_USE;
