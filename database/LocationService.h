@@ -23,6 +23,7 @@ class ContactRecord;
 class DatabaseCommandExecutor;
 class PrefixMap;
 class PrefixMapRecord;
+class SubscriberRecord;
 class TrustedHostRecord;
 
 // The facade of the registrar and the proxy: one instance per thread, each
@@ -92,6 +93,29 @@ public:
     DatabaseResult getExpiredContacts(std::vector<ContactRecord>& contacts, bool flag);
 
     // Subscriber and public-address lookups; visiting users.
+    // User parts and domains are compared in lower case; callers pass them
+    // as they come (neither lower-cased nor escaped).
+    //
+    // Okay for a user this node serves (no node row, a NULL node, or this
+    // node), not found for a user of another node, a query error when this
+    // node's id cannot be read.
+    DatabaseResult isLocalUser(const char* user, const char* domain);
+    // The same for the user and host of a SIP URI.
+    DatabaseResult isLocalUser(const std::string& lookupAddress);
+    // The public address id of a request URI or of user@host; a user of
+    // another node is not found.
+    DatabaseResult getPublicAddressKey(const char* requestUri, int& key);
+    DatabaseResult getPublicAddressKey(const char* user, const char* host, int& key);
+    // Key and contact set, whichever node serves the user.
+    DatabaseResult getPublicAddressKeyCSID(const char* user, const char* host, int& key, int& csid);
+    // The subscriber owning handle@domain, m_isLocal set when this node
+    // serves it (a subscriber whose node is NULL keeps m_isLocal as given).
+    DatabaseResult lookupSubscriber(const char* handle, const char* domain, SubscriberRecord& subscriber);
+    // "display name" <identity> of the subscriber owning user@domain, or of
+    // public address `key`.
+    DatabaseResult getIdentity(const char* user, const char* domain, std::string& identity);
+    DatabaseResult getIdentity(int key, std::string& identity);
+    DatabaseResult getPublicAddress(int key, std::string& user, std::string& domain);
 
     // Contact lookup and request routing; the conference server.
 
@@ -165,6 +189,21 @@ public:
 
 private:
     // Helpers of the lookups and visiting users.
+    // The node of the subscriber owning handle@domain (escaped texts):
+    // `node` is empty when the subscriber has no node row or a NULL node;
+    // `found` tells whether a row came back.
+    DatabaseResult subscriberNode(const std::string& handle, const std::string& domain, bool& found,
+                                  std::string& node);
+    // The node check after a subscriber was found: sets the record's
+    // m_isLocal; the traces, logs and alarm steps (`queryStep` for the node
+    // query, `homeStep` for this node's id) are those of `operation`.
+    DatabaseResult checkSubscriberNode(const char* operation, int queryStep, int homeStep,
+                                       const std::string& handle, const std::string& domain,
+                                       SubscriberRecord& subscriber);
+    // The failure that the executor's lookupSubscriber answer `found` means
+    // (-1: connection error and the alarm `alarmText`; -2: bad parameter);
+    // okay for 0 and 1.
+    DatabaseResult subscriberLookupResult(int found, const std::string& alarmText);
 
     // Helpers of routing and the conference server.
 
