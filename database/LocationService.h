@@ -13,6 +13,7 @@
 
 namespace osk {
 class CritSect;
+class Uri;
 }
 
 namespace velm {
@@ -22,6 +23,7 @@ class AddressMapRecord;
 class ContactRecord;
 class DatabaseCommandExecutor;
 class PrefixMap;
+class PrefixMapRecord;
 class ProxyConfig;
 class SipEventAggregator;
 class SubscriberRecord;
@@ -163,6 +165,34 @@ public:
     DatabaseResult checkUsage();
 
     // The digit-prefix tree and digit-map lookup.
+    //
+    // One tree of prefix_map rows serves every instance of the process; it
+    // is built, rebuilt, destroyed and read under m_mutexPrefix. A failed
+    // build leaves no tree, and digit-map lookups then answer ok with no
+    // contacts.
+    // Builds the tree unless one exists.
+    DatabaseResult createPrefixMap();
+    // Replaces the tree with one built from the table as it is now.
+    DatabaseResult recreatePrefixMap();
+    void destroyPrefixmap();
+    // The tree operations themselves; the caller holds m_mutexPrefix.
+    DatabaseResult createPrefix();
+    void addPrefixNode(const char* prefix, int index, int csid, int totalLength, PrefixMap* node);
+    // Leaves in `csid` the contact set of the deepest node along `user` whose
+    // length condition holds; an inner node on the way to a longer prefix
+    // sets it back to 0. `csid` is untouched when the first digit matches
+    // nothing.
+    void findPrefix(const char* user, int& csid, int index, PrefixMap* node);
+    void deleteNodes(PrefixMap* node);
+    // Routes `requestUri` by the prefix of its user part to a contact set and
+    // rewrites the first contact to the requested scheme and user. The tree
+    // lock is held through the contact query, so lookups run one at a time.
+    DatabaseResult lookupDigitMap(const char* requestUri, std::string& ordering, bool& redirect,
+                                  std::vector<ContactRecord>& contacts);
+    // The rows of prefix_map as the database returns them.
+    DatabaseResult getPrefixMap(std::vector<PrefixMapRecord>& maps);
+    // The change counter of prefix_map (0 when none is kept).
+    DatabaseResult checkPrefixMap(int* counter);
 
     // Address maps.
 
@@ -290,6 +320,10 @@ private:
     std::string composeConferenceServerUriLocked(const std::string& primaryDomain, bool isTlsTransport);
 
     // Helpers of the digit-prefix tree.
+
+    // The found contact set's first contact, rewritten to carry the scheme
+    // and user of `requestUri`; a query error when its address is no URI.
+    DatabaseResult rewriteFirstContact(const osk::Uri& requestUri, ContactRecord& contact);
 
     // Helpers of the address maps.
 
