@@ -30,14 +30,16 @@ bool connect(velm::LocationService& service) {
 // Subscriber `user` with `count` contacts, unless it is there already.
 bool provision(velm::DatabaseCommandExecutor& exec, const std::string& user, int count) {
     velm::QueryResultPtr rows;
-    if (!exec.execute("SELECT 1 FROM public_address WHERE handle = '" + user + "' AND sip_domain = '" + DOMAIN_NAME + "'",
+    if (!exec.execute("SELECT 1 FROM public_address WHERE handle = '" + user + "' AND sip_domain = '" + DOMAIN_NAME +
+                          "'",
                       rows)
              .okay())
         return false;
     if (rows.rows() > 0)
         return true;
     if (!exec.execute("INSERT INTO subscriber (sid, auth_user_id) "
-                      "VALUES ((SELECT coalesce(max(sid), 0) + 1 FROM subscriber), '" + user + "')")
+                      "VALUES ((SELECT coalesce(max(sid), 0) + 1 FROM subscriber), '" +
+                      user + "')")
              .okay() ||
         !exec.execute("SELECT create_public_address((SELECT sid FROM subscriber WHERE auth_user_id = '" + user +
                           "'), '" + user + "', '" + DOMAIN_NAME + "')",

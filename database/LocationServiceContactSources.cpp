@@ -29,7 +29,8 @@ DatabaseResult LocationService::lookupContactsNoCache(int key, std::string& orde
     if (primaryId < 0) {
         char number[31];
         std::snprintf(number, sizeof number, "%d", key);
-        m_trace.logToSyslog(8, 6, (std::string("No primary key was found in lookupContactsNoCache for key ") + number).c_str());
+        m_trace.logToSyslog(
+            8, 6, (std::string("No primary key was found in lookupContactsNoCache for key ") + number).c_str());
     }
     return result;
 }

@@ -92,9 +92,9 @@ TEST_F(ConferenceServer, RequestForTheServerReservesABridge) {
     EXPECT_TRUE(contacts.empty());
     EXPECT_EQ("", ordering);
     EXPECT_TRUE(capture.contains("EventServer", result.getErrorMessage() + " authUser: sip:confbridge@example.com"));
-    EXPECT_EQ((std::vector<std::string>{"Max Conf Ext Used: 100 percent usage",
-                                        "Max Conf Ext Used: 100 percent usage"}),
-              alarms.texts("zuVELMConfCapExceeded"));
+    EXPECT_EQ(
+        (std::vector<std::string>{"Max Conf Ext Used: 100 percent usage", "Max Conf Ext Used: 100 percent usage"}),
+        alarms.texts("zuVELMConfCapExceeded"));
 }
 
 TEST_F(ConferenceServer, OnlyTheExactUriIsTheServer) {
@@ -125,7 +125,8 @@ TEST_F(ConferenceServer, WithoutPrimaryDomainNothingIsRouted) {
     velmtest::TraceCapture capture({"LocationService"});
     EXPECT_EQ("", service.composeConferenceServerUri("", false));
     EXPECT_TRUE(capture.contains(
-        "LocationService", "LocationService::composeConferenceServerUri(2): *** ERROR ***: PrimaryDomain name Not Found!"));
+        "LocationService",
+        "LocationService::composeConferenceServerUri(2): *** ERROR ***: PrimaryDomain name Not Found!"));
     for (int round = 0; round < 2; ++round) {
         DatabaseResult result = lookup("sip:alice@example.com");
         EXPECT_TRUE(result.queryError());
@@ -178,18 +179,16 @@ TEST_P(ConferenceCapacity, EventsFireOnReachingTheLevelExactly) {
     Alarms expected;
     if (c.event != nullptr)
         expected.emplace_back(c.event, std::string(c.event) == "zuVELMConfCapacity"
-                                            ? "80 percent Conf Ext Used: 80 percent usage"
-                                            : "Max Conf Ext Used: 100 percent usage");
+                                           ? "80 percent Conf Ext Used: 80 percent usage"
+                                           : "Max Conf Ext Used: 100 percent usage");
     EXPECT_EQ(expected, alarms.alarms());
 }
 
 INSTANTIATE_TEST_SUITE_P(Pools, ConferenceCapacity,
                          testing::Values(CapacityCase{10, 7, 0, "zuVELMConfCapacity"},
-                                         CapacityCase{10, 5, 2, "zuVELMConfCapacity"},
-                                         CapacityCase{10, 8, 0, nullptr},
+                                         CapacityCase{10, 5, 2, "zuVELMConfCapacity"}, CapacityCase{10, 8, 0, nullptr},
                                          CapacityCase{10, 6, 3, "zuVELMConfCapExceeded"},
-                                         CapacityCase{10, 0, 0, nullptr},
-                                         CapacityCase{5, 3, 0, "zuVELMConfCapacity"},
+                                         CapacityCase{10, 0, 0, nullptr}, CapacityCase{5, 3, 0, "zuVELMConfCapacity"},
                                          CapacityCase{3, 1, 0, nullptr},
                                          // ceil(2.4) is the total: the full-pool event wins.
                                          CapacityCase{3, 2, 0, "zuVELMConfCapExceeded"}));

@@ -66,20 +66,20 @@ TEST_P(OutboundRoute, PolicyOfTheNodeDecides) {
 
 INSTANTIATE_TEST_SUITE_P(
     Policies, OutboundRoute,
-    testing::Values(
-        OutboundCase{"ExternalSwitchedOff", false, "t", "f", "proxy.example.net", nullptr, "sip:bob@far.example.org",
-                     false, "unchanged"},
-        OutboundCase{"InternalAlwaysAllowed", true, "f", "f", nullptr, nullptr, "sip:bob@near.example.org", true, ""},
-        OutboundCase{"InternalThroughProxy", true, "t", "f", "proxy.example.net", "", "sip:bob@near.example.org", true,
-                     "proxy.example.net"},
-        OutboundCase{"SecondBypassHostGoesDirect", false, "t", "t", "proxy.example.net",
-                     "a.example.com, b.example.com", "sip:bob@b.example.com:5070", true, ""},
-        OutboundCase{"BypassSeparators", true, "t", "t", "proxy.example.net", "a.example.com;c.example.com:d",
-                     "sip:bob@c.example.com", true, ""},
-        OutboundCase{"BypassIsCaseSensitive", false, "t", "t", "proxy.example.net", "a.example.com, b.example.com",
-                     "sip:bob@B.example.com", true, "proxy.example.net"},
-        OutboundCase{"HostNotInBypassList", false, "t", "t", "proxy.example.net", "a.example.com",
-                     "sip:bob@example.com", true, "proxy.example.net"}),
+    testing::Values(OutboundCase{"ExternalSwitchedOff", false, "t", "f", "proxy.example.net", nullptr,
+                                 "sip:bob@far.example.org", false, "unchanged"},
+                    OutboundCase{"InternalAlwaysAllowed", true, "f", "f", nullptr, nullptr, "sip:bob@near.example.org",
+                                 true, ""},
+                    OutboundCase{"InternalThroughProxy", true, "t", "f", "proxy.example.net", "",
+                                 "sip:bob@near.example.org", true, "proxy.example.net"},
+                    OutboundCase{"SecondBypassHostGoesDirect", false, "t", "t", "proxy.example.net",
+                                 "a.example.com, b.example.com", "sip:bob@b.example.com:5070", true, ""},
+                    OutboundCase{"BypassSeparators", true, "t", "t", "proxy.example.net",
+                                 "a.example.com;c.example.com:d", "sip:bob@c.example.com", true, ""},
+                    OutboundCase{"BypassIsCaseSensitive", false, "t", "t", "proxy.example.net",
+                                 "a.example.com, b.example.com", "sip:bob@B.example.com", true, "proxy.example.net"},
+                    OutboundCase{"HostNotInBypassList", false, "t", "t", "proxy.example.net", "a.example.com",
+                                 "sip:bob@example.com", true, "proxy.example.net"}),
     [](const testing::TestParamInfo<OutboundCase>& info) { return std::string(info.param.name); });
 
 TEST_F(Routes, OutboundRouteRejectsBadInput) {
@@ -91,7 +91,8 @@ TEST_F(Routes, OutboundRouteRejectsBadInput) {
     EXPECT_EQ("getOutboundRoute: null outbound uri", result.getErrorMessage());
     result = service.getOutboundRoute("mailto:bob@example.com", false, proxy, allowed);
     EXPECT_TRUE(result.badParameter());
-    EXPECT_EQ(0u, result.getErrorMessage().find("getOutboundRoute: invalid outbound uri: ")) << result.getErrorMessage();
+    EXPECT_EQ(0u, result.getErrorMessage().find("getOutboundRoute: invalid outbound uri: "))
+        << result.getErrorMessage();
     EXPECT_GT(result.getErrorMessage().size(), std::string("getOutboundRoute: invalid outbound uri: ").size());
     EXPECT_EQ("unchanged", proxy);
     EXPECT_FALSE(allowed);
@@ -145,18 +146,9 @@ TEST_F(Routes, UnreadableHostInformationRaisesTheAlarm) {
               alarms.texts("zuVELMProxyDBAccessFailed"));
 }
 
-TEST(RoutesUnconnected, EveryRouteNeedsTheConnection) {
-    LocationService service;
-    std::string text;
-    bool flag = false;
-    std::vector<ContactRecord> contacts;
-    EXPECT_TRUE(service.getDefaultRoute(text, flag, contacts).connectionError());
-    EXPECT_TRUE(service.getOutboundRoute("sip:bob@example.com", false, text, flag).connectionError());
-}
-
 TEST(OutOfDialogRefer, AllowedUnlessSwitchedOffExplicitly) {
-    const std::pair<const char*, bool> cases[] = {
-        {nullptr, true}, {"", true}, {"false", false}, {"FALSE", false}, {"no", true}, {"true", true}};
+    const std::pair<const char*, bool> cases[] = {{nullptr, true},  {"", true},   {"false", false},
+                                                  {"FALSE", false}, {"no", true}, {"true", true}};
     LocationService service;
     for (const auto& c : cases) {
         velm::AppProperties::clear();
