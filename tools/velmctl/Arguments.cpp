@@ -1,16 +1,24 @@
 #include "Arguments.h"
 
+#include "Input.h"
+
 #include <algorithm>
 
 namespace velmctl {
 
 Outcome Arguments::parse(int argc, char** argv) {
+    for (int at = 1; at < argc; ++at)
+        if (!isUtf8(argv[at]))
+            return Outcome::failure(BAD_INPUT, "argument " + std::to_string(at) + " is not UTF-8 text");
     for (int at = 1; at < argc; ++at) {
         std::string word = argv[at];
         if (word == "--json") {
             m_json = true;
         } else if (word == "--help" || word == "-h") {
             m_words.push_back("help");
+        } else if (word == "--internal") {
+            // A switch: present or not.
+            m_options[word] = "";
         } else if (word.size() > 2 && word.compare(0, 2, "--") == 0) {
             if (at + 1 >= argc)
                 return Outcome::failure(BAD_INPUT, "option " + word + " needs a value");
