@@ -9,6 +9,7 @@
 #include <vector>
 
 namespace velm {
+class DatabaseResult;
 class LocationService;
 }
 
@@ -20,6 +21,10 @@ struct Changes {
     std::vector<velm::ContactRecord> deleted;
     std::vector<velm::ContactRecord> changed;
 };
+
+// The exit status and message of a library result; `context` leads the
+// message.
+Outcome fromResult(const velm::DatabaseResult& result, const std::string& context);
 
 // The library as velmctl uses it: this thread's LocationService from the
 // pool, configured by the loaded configuration.
