@@ -14,15 +14,6 @@
 
 namespace velmctl {
 
-namespace {
-
-std::string firstLine(const std::string& text) {
-    std::string line = text.substr(0, text.find('\n'));
-    return line.empty() ? "unknown error" : line;
-}
-
-} // namespace
-
 Outcome fromResult(const velm::DatabaseResult& result, const std::string& context) {
     if (result.okay())
         return Outcome();
@@ -32,6 +23,15 @@ Outcome fromResult(const velm::DatabaseResult& result, const std::string& contex
         return Outcome::failure(BAD_INPUT, context + ": " + result.getErrorMessage());
     return Outcome::failure(DATABASE_ERROR, context + ": " + result.getErrorMessage());
 }
+
+namespace {
+
+std::string firstLine(const std::string& text) {
+    std::string line = text.substr(0, text.find('\n'));
+    return line.empty() ? "unknown error" : line;
+}
+
+} // namespace
 
 Session::Session() : m_service(nullptr) {
     velm::LocationServicePool::Instance();

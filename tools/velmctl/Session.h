@@ -15,16 +15,15 @@ class LocationService;
 
 namespace velmctl {
 
+// The exit status and message of a library result; `context` starts the message.
+Outcome fromResult(const velm::DatabaseResult& result, const std::string& context);
+
 // What one registration changed.
 struct Changes {
     std::vector<velm::ContactRecord> added;
     std::vector<velm::ContactRecord> deleted;
     std::vector<velm::ContactRecord> changed;
 };
-
-// The exit status and message of a library result; `context` leads the
-// message.
-Outcome fromResult(const velm::DatabaseResult& result, const std::string& context);
 
 // The library as velmctl uses it: this thread's LocationService from the
 // pool, configured by the loaded configuration.
