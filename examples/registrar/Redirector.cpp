@@ -25,14 +25,24 @@ SipResponse Redirector::handle(const SipRequest& request) {
     if (!result.notFound())
         return databaseFailure("lookup of " + uri, result);
 
-    // Not a subscriber: perhaps a number or an address that a map routes.
+    // Not a subscriber: perhaps a number that a digit prefix routes, or an
+    // address that an address map routes.
     std::string ordering;
     bool redirect = false;
-    result = m_service.lookupAddressMap(uri.c_str(), ordering, redirect, contacts);
-    if (result.notFound())
-        return SipResponse(404, "Not Found");
-    if (!result.okay())
-        return databaseFailure("address map lookup of " + uri, result);
+    result = m_service.lookupDigitMap(uri.c_str(), ordering, redirect, contacts);
+    if (!result.okay() && result.getErrorMessage() == "no contact found")
+        return SipResponse(480, "Temporarily Unavailable");
+    if (!result.okay() && !result.notFound())
+        return databaseFailure("digit map lookup of " + uri, result);
+    // Without a prefix tree the digit map answers ok but empty.
+    if (!result.okay() || contacts.empty()) {
+        contacts.clear();
+        result = m_service.lookupAddressMap(uri.c_str(), ordering, redirect, contacts);
+        if (result.notFound())
+            return SipResponse(404, "Not Found");
+        if (!result.okay())
+            return databaseFailure("address map lookup of " + uri, result);
+    }
     contacts = reachable(contacts, now);
     return contacts.empty() ? SipResponse(480, "Temporarily Unavailable") : redirectTo(contacts);
 }
