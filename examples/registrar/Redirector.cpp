@@ -8,18 +8,17 @@
 
 namespace registrar {
 
-Redirector::Redirector(velm::LocationService& service) : m_service(service), m_bindings(service) {}
+Redirector::Redirector(velm::LocationService& service) : m_service(service) {}
 
 SipResponse Redirector::handle(const SipRequest& request) {
     const std::string uri = request.requestUri();
     const long now = static_cast<long>(time(nullptr));
-    int key = 0;
+    std::string ordering;
+    bool redirect = false;
     std::vector<velm::ContactRecord> contacts;
-    velm::DatabaseResult result = m_bindings.key(request.requestUser(), request.requestHost(), key);
+    velm::DatabaseResult result = m_service.lookupContacts(uri.c_str(), ordering, redirect, contacts, nullptr);
     if (result.okay()) {
-        result = m_bindings.current(key, now, contacts);
-        if (!result.okay())
-            return databaseFailure("lookup of " + uri, result);
+        contacts = reachable(contacts, now);
         return contacts.empty() ? SipResponse(480, "Temporarily Unavailable") : redirectTo(contacts);
     }
     if (!result.notFound())
@@ -27,8 +26,7 @@ SipResponse Redirector::handle(const SipRequest& request) {
 
     // Not a subscriber: perhaps a number that a digit prefix routes, or an
     // address that an address map routes.
-    std::string ordering;
-    bool redirect = false;
+    contacts.clear();
     result = m_service.lookupDigitMap(uri.c_str(), ordering, redirect, contacts);
     if (!result.okay() && result.getErrorMessage() == "no contact found")
         return SipResponse(480, "Temporarily Unavailable");

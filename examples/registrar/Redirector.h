@@ -26,7 +26,6 @@ public:
 
 private:
     velm::LocationService& m_service;
-    Bindings m_bindings;
 };
 
 // 302 listing `contacts` in the order given, with q-values falling from 1 by
