@@ -43,8 +43,7 @@ int main(int argc, char** argv) {
         velm::LocationServicePool::destroy();
         return 3;
     }
-    if (!options.domain.empty())
-        service->setPrimaryDomain(options.domain);
+    service->setPrimaryDomain(options.domain);
     velm::DatabaseResult prefixes = service->createPrefixMap();
     if (!prefixes.okay())
         trace.log("no digit-prefix routes: %s", prefixes.getErrorMessage().c_str());
