@@ -1,5 +1,6 @@
 #include "Output.h"
 
+#include <cctype>
 #include <cstdio>
 #include <ctime>
 
@@ -82,6 +83,39 @@ void Output::contacts(const std::string& title, const std::string& aor,
         rows.push_back({"  " + std::to_string(c.contactId()), c.address(), c.qvalue(), active(c) ? "active" : "inactive",
                         expiresIn(c), std::to_string(c.cseq()), c.callId()});
     printTable(rows);
+    std::printf("\n");
+}
+
+void Output::table(const std::string& title, const std::vector<std::string>& columns,
+                   const std::vector<std::vector<std::string>>& rows) {
+    if (m_json) {
+        std::string list = "{\"title\":" + jsonText(title) + ",\"rows\":[";
+        for (size_t row = 0; row < rows.size(); ++row) {
+            list += row > 0 ? ",{" : "{";
+            for (size_t column = 0; column < columns.size() && column < rows[row].size(); ++column)
+                list += (column > 0 ? "," : "") + jsonText(columns[column]) + ":" + jsonText(rows[row][column]);
+            list += "}";
+        }
+        m_lists.push_back(list + "]}");
+        return;
+    }
+    std::printf("%s:\n", title.c_str());
+    if (rows.empty()) {
+        std::printf("  (none)\n\n");
+        return;
+    }
+    std::vector<std::vector<std::string>> lines{{}};
+    for (const std::string& column : columns) {
+        std::string heading;
+        for (char c : column)
+            heading += c == '_' ? '-' : static_cast<char>(std::toupper(static_cast<unsigned char>(c)));
+        lines[0].push_back(heading);
+    }
+    lines.insert(lines.end(), rows.begin(), rows.end());
+    for (auto& line : lines)
+        if (!line.empty())
+            line.front().insert(0, "  ");
+    printTable(lines);
     std::printf("\n");
 }
 

@@ -18,6 +18,10 @@ public:
     // One titled list of contacts of `aor`. In JSON all lists of a command
     // form one document, written by finish().
     void contacts(const std::string& title, const std::string& aor, const std::vector<velm::ContactRecord>& contacts);
+    // One titled table; `columns` name the cells of every row. In JSON a
+    // list whose rows are objects keyed by the column names.
+    void table(const std::string& title, const std::vector<std::string>& columns,
+               const std::vector<std::vector<std::string>>& rows);
     // A line of text for people; a "message" member in JSON.
     void note(const std::string& text);
     void finish();
