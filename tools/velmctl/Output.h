@@ -24,6 +24,9 @@ public:
                const std::vector<std::vector<std::string>>& rows);
     // A line of text for people; a "message" member in JSON.
     void note(const std::string& text);
+    // "name: value" for people; a member of the document in JSON, a string
+    // unless `literal` (a number or true/false).
+    void field(const std::string& name, const std::string& value, bool literal = false);
     void finish();
 
     static std::string jsonText(const std::string& text);
@@ -32,6 +35,7 @@ private:
     bool m_json;
     std::vector<std::string> m_lists;
     std::vector<std::string> m_notes;
+    std::vector<std::string> m_fields;
 };
 
 } // namespace velmctl
