@@ -4,6 +4,7 @@
 #include "ContactRecord.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace velmctl {
@@ -18,8 +19,11 @@ public:
     // One titled list of contacts of `aor`. In JSON all lists of a command
     // form one document, written by finish().
     void contacts(const std::string& title, const std::string& aor, const std::vector<velm::ContactRecord>& contacts);
-    // One titled table; `columns` name the cells of every row. In JSON a
-    // list whose rows are objects keyed by the column names.
+    // Named values under a title: "name: value" lines for people, an object
+    // of "fields" in JSON.
+    void record(const std::string& title, const std::vector<std::pair<std::string, std::string>>& fields);
+    // Rows under a title and column names: a table for people, an array of
+    // "rows" objects keyed by the column names in JSON.
     void table(const std::string& title, const std::vector<std::string>& columns,
                const std::vector<std::vector<std::string>>& rows);
     // A line of text for people; a "message" member in JSON.
