@@ -1,6 +1,5 @@
 #include "LocationService.h"
 
-#include "AddressMap.h"
 #include "AppProperties.h"
 #include "CritSect.h"
 #include "DatabaseCommandExecutor.h"
@@ -59,9 +58,7 @@ LocationService::LocationService()
 
 LocationService::~LocationService() {
     delete m_exec;
-    for (AddressMap* entry : m_addrMap)
-        delete entry;
-    m_addrMap.clear();
+    clearMapEntries();
 }
 
 LocationService* LocationService::getConnection() {

@@ -13,16 +13,22 @@
 
 namespace osk {
 class CritSect;
+class Uri;
 }
 
 namespace velm {
 
 class AddressMap;
+class AddressMapRecord;
 class ContactRecord;
 class DatabaseCommandExecutor;
 class PrefixMap;
+class PrefixMapRecord;
+class ProxyConfig;
+class SipEventAggregator;
 class SubscriberRecord;
 class TrustedHostRecord;
+class remoteFilter;
 
 // The facade of the registrar and the proxy: one instance per thread, each
 // with its own database connection (see LocationServicePool). Operations
@@ -118,10 +124,97 @@ public:
     // Contact lookup and request routing; the conference server.
 
     // The digit-prefix tree and digit-map lookup.
+    //
+    // One tree of prefix_map rows serves every instance of the process; it
+    // is built, rebuilt, destroyed and read under m_mutexPrefix. A failed
+    // build leaves no tree, and digit-map lookups then answer ok with no
+    // contacts.
+    // Builds the tree unless one exists.
+    DatabaseResult createPrefixMap();
+    // Replaces the tree with one built from the table as it is now.
+    DatabaseResult recreatePrefixMap();
+    void destroyPrefixmap();
+    // The tree operations themselves; the caller holds m_mutexPrefix.
+    DatabaseResult createPrefix();
+    void addPrefixNode(const char* prefix, int index, int csid, int totalLength, PrefixMap* node);
+    // Leaves in `csid` the contact set of the deepest node along `user` whose
+    // length condition holds; an inner node on the way to a longer prefix
+    // sets it back to 0. `csid` is untouched when the first digit matches
+    // nothing.
+    void findPrefix(const char* user, int& csid, int index, PrefixMap* node);
+    void deleteNodes(PrefixMap* node);
+    // Routes `requestUri` by the prefix of its user part to a contact set and
+    // rewrites the first contact to the requested scheme and user. The tree
+    // lock is held through the contact query, so lookups run one at a time.
+    DatabaseResult lookupDigitMap(const char* requestUri, std::string& ordering, bool& redirect,
+                                  std::vector<ContactRecord>& contacts);
+    // The rows of prefix_map as the database returns them.
+    DatabaseResult getPrefixMap(std::vector<PrefixMapRecord>& maps);
+    // The change counter of prefix_map (0 when none is kept).
+    DatabaseResult checkPrefixMap(int* counter);
 
     // Address maps.
 
+    // Routes `requestUri` by the address map: the first row, in ascending
+    // priority, whose pattern (POSIX extended; an empty one matches all)
+    // matches the whole URI gives the contact set. Each contact's address has
+    // the URI's parts substituted for $protocol, $user, $password, $host,
+    // $port, $parameters and $headers (absent parts are empty; an absent port
+    // stays unexpanded). Not found when no row matches, and, with the
+    // message "lookupAddressMap passed visiting user", for a visiting user.
+    // The compiled patterns are kept per instance and compiled again only
+    // when a row's modification_time moves forward.
+    DatabaseResult lookupAddressMap(const char* requestUri, std::string& ordering, bool& redirect,
+                                    std::vector<ContactRecord>& contacts);
+    // The compiled entries, each keyed "<handle>-<csid>" and in the priority
+    // order of the last lookup.
+    void getMapKeys(std::vector<std::string>& keys);
+    // The first entry with `key`, or null; it stays owned by the instance.
+    AddressMap* lookupMapEntry(std::string& key);
+    // Frees the first entry with `key`, if any, and drops it from the list.
+    void removeMapEntry(std::string& key);
+    void clearMapEntries();
+
     // Configuration and policy accessors.
+
+    // The process's trusted hosts. A hosting server reads them with
+    // queryTrustedHosts and hands them to setTrustedHosts once at start-up;
+    // until that first set every reader blocks (no time-out; a blocked
+    // reader can be cancelled). Later sets replace the list.
+    void setTrustedHosts(const std::vector<TrustedHostRecord>& hosts);
+    void getTrustedHosts(std::vector<TrustedHostRecord>& hosts);
+    // Reads the trusted_host table; leaves the process's list alone.
+    DatabaseResult queryTrustedHosts(std::vector<TrustedHostRecord>& hosts);
+    // The first host named `hostName` (when not empty), else the first named
+    // `host`; names compare exactly. False for a null argument.
+    bool getTrustedHost(const char* host, const char* hostName, TrustedHostRecord& record);
+    bool isTrustedHost(const char* host, const char* hostName);
+
+    DatabaseResult getQoS(int* qos);
+    // `nodeType` is assigned whatever the outcome; an empty one is not found.
+    DatabaseResult getNodeType(std::string& nodeType);
+    DatabaseResult getProxyConfig(const char* proxyName, std::vector<ProxyConfig>& items);
+    // The edge system's user and password (EdgeUsername, EdgePassword).
+    DatabaseResult getSystemUserAndPasswordValues(std::string& user, std::string& password);
+    // `allowed` (set only on success) unless an inbound or two-way rule for
+    // exactly `domain` denies it, wherever that rule stands in the order.
+    DatabaseResult checkInboundDomainAccess(const char* domain, bool& allowed);
+    // Whether `contact` is exactly one of the emergency ids, read afresh on
+    // every call.
+    DatabaseResult isEmergencyContact(const char* contact, bool& isEmergency);
+    DatabaseResult isEmergencyContact(const std::string& contact, bool& isEmergency);
+    // This node's persistent trace filters and their trace destination. Not
+    // found when there are none; okay with the message "invalid parameter
+    // getRemoteFilters." when filters exist but the destination is empty.
+    DatabaseResult getRemoteFilters(std::vector<remoteFilter>* filters, std::string* destination);
+    // Deletes event notifications older than 60 seconds.
+    DatabaseResult deleteOldEventNotifyRows();
+    // Okay at once, doing nothing, for an empty id. Any other id fails on
+    // PostgreSQL 15, which rejects the statement the id is written into (the
+    // id runs into the keyword after it), and so raises the alarm.
+    DatabaseResult getSipEventAggregator(const std::string& id, SipEventAggregator& aggregator);
+    // Every aggregator once per contact of its subscriber's contact set.
+    DatabaseResult getSipEventAggregators(std::vector<SipEventAggregator>& aggregators);
 
     // Per-instance state. The pool binds an instance to its thread through
     // m_threadId.
@@ -182,9 +275,24 @@ private:
 
     // Helpers of the digit-prefix tree.
 
+    // The found contact set's first contact, rewritten to carry the scheme
+    // and user of `requestUri`; a query error when its address is no URI.
+    DatabaseResult rewriteFirstContact(const osk::Uri& requestUri, ContactRecord& contact);
+
     // Helpers of the address maps.
 
+    // Brings m_addrMap in line with `rows` (ascending priority): entries
+    // whose key still has a row are kept, in the rows' order, and compiled
+    // again only when their row is newer; the others are freed.
+    void synchronizeMaps(const std::vector<AddressMapRecord>& rows);
+    // The csid of the first entry whose pattern matches, 0 when none does.
+    int matchingCsid(const char* requestUri);
+
     // Helpers of the configuration accessors.
+
+    // Traces "connection error" when the instance has no connection, for the
+    // accessors that say why guarded() turned them away.
+    void traceIfUnconnected();
 
     // The frame of an operation that runs one executor command: the
     // connection guard, `command(*m_exec)`, and the alarm when the database
