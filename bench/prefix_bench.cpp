@@ -8,6 +8,7 @@
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
 #include "PrefixMap.h"
+#include "PrefixMapRecord.h"
 #include "SafeLock.h"
 
 #include <benchmark/benchmark.h>
