@@ -120,8 +120,63 @@ public:
     DatabaseResult getIdentity(const char* user, const char* domain, std::string& identity);
     DatabaseResult getIdentity(int key, std::string& identity);
     DatabaseResult getPublicAddress(int key, std::string& user, std::string& domain);
+    // The subscriber with its password. A user unknown here is asked for at
+    // the administration service (system_parameters top_url, EdgeUsername,
+    // EdgePassword), recorded as a visitor, and read again for up to ten
+    // seconds while replication brings its rows.
+    DatabaseResult lookupSubscriberPassword(const char* handle, const char* domain, SubscriberRecord& subscriber);
+    // Visitors (replica_extra). `home` is false for a recorded visitor.
+    DatabaseResult isSubscriberHome(int sid, bool& home);
+    DatabaseResult addVisitingUser(int sid);
+    DatabaseResult deleteVisitingUser(int sid);
+    DatabaseResult getHomeNode_id(int& nodeId);
+    // Keeps the visitor behind handle@domain for `expires` more seconds,
+    // never for less than it already is.
+    DatabaseResult updateTimer(const char* handle, const char* domain, int expires);
+    DatabaseResult removeExpiredVisitingUsers();
 
     // Contact lookup and request routing; the conference server.
+    // Every lookup answers with `ordering` (the contact set's, "cycle",
+    // "sequential", ...), `redirect` (the contact set's replace_uri, as the
+    // contact commands deliver it) and `contacts` appended in routing order.
+    // A request for the conference server gets one bridge contact and the
+    // ordering "redirect".
+    DatabaseResult lookupContacts(const char* requestUri, std::string& ordering, bool& redirect,
+                                  std::vector<ContactRecord>& contacts, const char* authUser);
+    // The chain for user@domain: the resolver module when it is asked first,
+    // the public address, the local-user check, then the contacts cache or
+    // the database; the module is asked at most once.
+    DatabaseResult lookupContacts(const char* user, const char* domain, const char* requestUri, std::string& ordering,
+                                  bool& redirect, std::vector<ContactRecord>& contacts);
+    DatabaseResult lookupContacts(int key, std::string& ordering, bool& redirect, std::vector<ContactRecord>& contacts);
+    // Contacts without resolving "cycle" sets, and the key's primary id
+    // (left as it was when the key has none).
+    DatabaseResult lookupContactsNoCache(int key, std::string& ordering, bool& redirect,
+                                         std::vector<ContactRecord>& contacts, int& primaryId);
+    // A miss is a query error; a "cycle" set is read again from the database.
+    DatabaseResult getContactsFromCache(int key, const char* user, const char* domain,
+                                        std::vector<ContactRecord>& contacts, std::string& ordering, bool& redirect);
+    // The external resolver module's answer; its error is a connection error.
+    DatabaseResult lookupAlternate(const char* requestUri, std::string& ordering, bool& redirect,
+                                   std::vector<ContactRecord>& contacts);
+    // False only when [Proxy] EnableOODReferRouting is "false" in any case.
+    bool isOODReferAllowed();
+    // Whether a request to `outboundUri` may leave this node, and the
+    // outbound proxy it goes through (empty: direct).
+    DatabaseResult getOutboundRoute(const char* outboundUri, bool internal, std::string& proxy, bool& allowed);
+    // The contacts of the set the node's parent contact names.
+    DatabaseResult getDefaultRoute(std::string& ordering, bool& redirect, std::vector<ContactRecord>& contacts);
+    // The user part of the conference server URI; "confsvr" when none is
+    // configured or there is no connection.
+    std::string queryConferenceServerHandle();
+    // Builds and keeps the conference server URI; empty without a domain.
+    std::string composeConferenceServerUri(const std::string& primaryDomain, bool isTlsTransport);
+    // Reserves a conference bridge and makes `contact` point at it; `flag`
+    // is set. `authUser` selects a bridge behind the user's own trunk.
+    DatabaseResult resolveConfSvrUri(const char* authUser, bool& flag, ContactRecord& contact);
+    // Counts the bridge pool and raises the capacity events when usage is
+    // exactly 80 or 100 percent.
+    DatabaseResult checkUsage();
 
     // The digit-prefix tree and digit-map lookup.
     //
@@ -255,7 +310,7 @@ public:
 
 private:
     // Helpers of the lookups and visiting users.
-    // The node of the subscriber owning handle@domain (escaped texts):
+    // The node of the subscriber owning handle@domain:
     // `node` is empty when the subscriber has no node row or a NULL node;
     // `found` tells whether a row came back.
     DatabaseResult subscriberNode(const std::string& handle, const std::string& domain, bool& found,
@@ -270,8 +325,23 @@ private:
     // (-1: connection error and the alarm `alarmText`; -2: bad parameter);
     // okay for 0 and 1.
     DatabaseResult subscriberLookupResult(int found, const std::string& alarmText);
+    // Asks the administration service for the subscriber id of handle@domain
+    // (escaped texts) and records the visitor: okay with `sid` recorded, not
+    // found when the service or the configuration does not know it.
+    DatabaseResult fetchVisitor(const std::string& handle, const std::string& domain, int& sid);
+    // The node of visitor `sid` once its rows arrived; a visitor now homed
+    // here is no visitor any more.
+    DatabaseResult checkVisitorNode(int sid);
+    // The number of rows in replica_extra; a failure (always one of the
+    // database) raises the alarm of removeExpiredVisitingUsers step `step`.
+    DatabaseResult countVisitors(int step, int& count);
 
     // Helpers of routing and the conference server.
+    // The conference server URI, composed again first when asked to; the
+    // state is read and written under m_mutexConferenceServerUri.
+    std::string conferenceServerUri();
+    // composeConferenceServerUri with m_mutexConferenceServerUri held.
+    std::string composeConferenceServerUriLocked(const std::string& primaryDomain, bool isTlsTransport);
 
     // Helpers of the digit-prefix tree.
 

@@ -26,14 +26,22 @@ velm::DatabaseResult Bindings::current(int key, long now, std::vector<velm::Cont
     // Not found with rows: the subscriber is inactive, its bindings remain.
     if (result.notFound())
         result.setOkay();
-    for (const velm::ContactRecord& contact : stored)
-        if (!contact.contactHeader().empty() && !expired(contact, now))
+    for (const velm::ContactRecord& contact : reachable(stored, now))
+        if (!contact.contactHeader().empty())
             contacts.push_back(contact);
     return result;
 }
 
 bool expired(const velm::ContactRecord& contact, long now) {
     return contact.expires() < now && contact.permanent() != "t";
+}
+
+std::vector<velm::ContactRecord> reachable(const std::vector<velm::ContactRecord>& contacts, long now) {
+    std::vector<velm::ContactRecord> result;
+    for (const velm::ContactRecord& contact : contacts)
+        if (!expired(contact, now))
+            result.push_back(contact);
+    return result;
 }
 
 std::string qText(int thousandths) {

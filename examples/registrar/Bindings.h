@@ -32,6 +32,8 @@ private:
 
 // True when `contact` can no longer be reached at `now`.
 bool expired(const velm::ContactRecord& contact, long now);
+// `contacts` without the expired ones, in the same order.
+std::vector<velm::ContactRecord> reachable(const std::vector<velm::ContactRecord>& contacts, long now);
 // A qvalue in thousandths, as SIP writes it ("1", "0.8", "0.05", "0").
 std::string qText(int thousandths);
 // The stored qvalue text in thousandths (0 when unreadable).

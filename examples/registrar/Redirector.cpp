@@ -1,5 +1,6 @@
 #include "Redirector.h"
 
+#include "LocationService.h"
 #include "SipRequest.h"
 
 #include <algorithm>
@@ -7,22 +8,41 @@
 
 namespace registrar {
 
-Redirector::Redirector(velm::LocationService& service) : m_bindings(service) {}
+Redirector::Redirector(velm::LocationService& service) : m_service(service) {}
 
 SipResponse Redirector::handle(const SipRequest& request) {
-    int key = 0;
-    velm::DatabaseResult result = m_bindings.key(request.requestUser(), request.requestHost(), key);
-    if (result.notFound())
-        return SipResponse(404, "Not Found");
-    if (!result.okay())
-        return databaseFailure("lookup of " + request.requestUri(), result);
+    const std::string uri = request.requestUri();
+    const long now = static_cast<long>(time(nullptr));
+    std::string ordering;
+    bool redirect = false;
     std::vector<velm::ContactRecord> contacts;
-    result = m_bindings.current(key, static_cast<long>(time(nullptr)), contacts);
-    if (!result.okay())
-        return databaseFailure("lookup of " + request.requestUri(), result);
-    if (contacts.empty())
+    velm::DatabaseResult result = m_service.lookupContacts(uri.c_str(), ordering, redirect, contacts, nullptr);
+    if (result.okay()) {
+        contacts = reachable(contacts, now);
+        return contacts.empty() ? SipResponse(480, "Temporarily Unavailable") : redirectTo(contacts);
+    }
+    if (!result.notFound())
+        return databaseFailure("lookup of " + uri, result);
+
+    // Not a subscriber: perhaps a number that a digit prefix routes, or an
+    // address that an address map routes.
+    contacts.clear();
+    result = m_service.lookupDigitMap(uri.c_str(), ordering, redirect, contacts);
+    if (!result.okay() && result.getErrorMessage() == "no contact found")
         return SipResponse(480, "Temporarily Unavailable");
-    return redirectTo(contacts);
+    if (!result.okay() && !result.notFound())
+        return databaseFailure("digit map lookup of " + uri, result);
+    // Without a prefix tree the digit map answers ok but empty.
+    if (!result.okay() || contacts.empty()) {
+        contacts.clear();
+        result = m_service.lookupAddressMap(uri.c_str(), ordering, redirect, contacts);
+        if (result.notFound())
+            return SipResponse(404, "Not Found");
+        if (!result.okay())
+            return databaseFailure("address map lookup of " + uri, result);
+    }
+    contacts = reachable(contacts, now);
+    return contacts.empty() ? SipResponse(480, "Temporarily Unavailable") : redirectTo(contacts);
 }
 
 SipResponse redirectTo(const std::vector<velm::ContactRecord>& contacts) {
