@@ -1,10 +1,10 @@
 #include "AlarmCapture.h"
-#include "AppProperties.h"
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
 #include "QueryResultPtr.h"
 #include "Registrations.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 #include "Trace.h"
 
@@ -62,7 +62,7 @@ private:
 } // namespace
 
 TEST(RegistrationFault, ALostConnectionAfterTheSetIsLockedTakesTheRollbackLadder) {
-    velm::AppProperties::clear();
+    velmtest::resetProperties();
     velmtest::TestDatabase db;
     int key = velmtest::provisionAddress(db, 1, "alice", "example.com");
     velm::LocationService service;
