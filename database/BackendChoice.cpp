@@ -7,15 +7,15 @@
 
 namespace velm {
 
-void chooseBackend(bool& initialized, bool& useNative, osk::Mutex& mutex) {
-    if (initialized)
+void chooseBackend(std::atomic<bool>& initialized, std::atomic<bool>& useNative, osk::Mutex& mutex) {
+    if (initialized.load(std::memory_order_acquire))
         return;
     osk::withCancelSafeLock(mutex, [&] {
-        if (initialized)
+        if (initialized.load(std::memory_order_relaxed))
             return;
-        initialized = true;
         const char* type = AppProperties::get("SipServer", "DatabaseType");
-        useNative = type == nullptr || strcasecmp(type, "odbc") != 0;
+        useNative.store(type == nullptr || strcasecmp(type, "odbc") != 0, std::memory_order_relaxed);
+        initialized.store(true, std::memory_order_release);
     });
 }
 

@@ -5,8 +5,8 @@
 
 namespace velm {
 
-bool DatabaseConnection::m_useNative = true;
-bool DatabaseConnection::m_initialized = false;
+std::atomic<bool> DatabaseConnection::m_useNative{true};
+std::atomic<bool> DatabaseConnection::m_initialized{false};
 osk::Mutex DatabaseConnection::m_mutex;
 
 DatabaseConnection* DatabaseConnection::getConnection() {

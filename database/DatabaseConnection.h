@@ -3,6 +3,7 @@
 
 #include "Mutex.h"
 
+#include <atomic>
 #include <string>
 
 namespace velm {
@@ -32,8 +33,8 @@ public:
     virtual const std::string& getErrorMessage() const = 0;
 
     // Backend choice, read once per process from [SipServer] DatabaseType.
-    static bool m_useNative;
-    static bool m_initialized;
+    static std::atomic<bool> m_useNative;
+    static std::atomic<bool> m_initialized;
     static osk::Mutex m_mutex;
 
 protected:

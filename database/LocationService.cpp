@@ -1,9 +1,9 @@
 #include "LocationService.h"
 
-#include "AddressMap.h"
 #include "AppProperties.h"
 #include "CritSect.h"
 #include "DatabaseCommandExecutor.h"
+#include "SafeLock.h"
 #include "ServiceRegistrar.h"
 #include "StringTokenizer.h"
 #include "TrustedHostRecord.h"
@@ -26,6 +26,7 @@ std::string LocationService::m_conferenceServerUri;
 osk::Mutex LocationService::m_mutexConferenceServerUri;
 bool LocationService::m_needToReloadConferenceServerUri = true;
 std::string LocationService::m_primaryDomain;
+osk::Mutex LocationService::m_mutexPrimaryDomain;
 Trace& LocationService::m_strace = STrace::instance();
 osk::CritSect LocationService::m_cs;
 const std::string LocationService::STR_CONF_IN_USE = "IN USE";
@@ -57,9 +58,7 @@ LocationService::LocationService()
 
 LocationService::~LocationService() {
     delete m_exec;
-    for (AddressMap* entry : m_addrMap)
-        delete entry;
-    m_addrMap.clear();
+    clearMapEntries();
 }
 
 LocationService* LocationService::getConnection() {
@@ -125,11 +124,11 @@ DatabaseResult LocationService::executeCmd(const std::string& command) {
 }
 
 void LocationService::setPrimaryDomain(const std::string& domain) {
-    m_primaryDomain = domain;
+    osk::withCancelSafeLock(m_mutexPrimaryDomain, [&] { m_primaryDomain = domain; });
 }
 
 std::string LocationService::getPrimaryDomain() {
-    return m_primaryDomain;
+    return osk::withCancelSafeLock(m_mutexPrimaryDomain, [] { return m_primaryDomain; });
 }
 
 void LocationService::alarmOnFatal(const std::string& operation, const DatabaseResult& result) {

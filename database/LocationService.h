@@ -18,10 +18,15 @@ class CritSect;
 namespace velm {
 
 class AddressMap;
+class AddressMapRecord;
 class ContactRecord;
 class DatabaseCommandExecutor;
 class PrefixMap;
+class ProxyConfig;
+class SipEventAggregator;
+class SubscriberRecord;
 class TrustedHostRecord;
+class remoteFilter;
 
 // The facade of the registrar and the proxy: one instance per thread, each
 // with its own database connection (see LocationServicePool). Operations
@@ -90,6 +95,29 @@ public:
     DatabaseResult getExpiredContacts(std::vector<ContactRecord>& contacts, bool flag);
 
     // Subscriber and public-address lookups; visiting users.
+    // User parts and domains are compared in lower case; callers pass them
+    // as they come (neither lower-cased nor escaped).
+    //
+    // Okay for a user this node serves (no node row, a NULL node, or this
+    // node), not found for a user of another node, a query error when this
+    // node's id cannot be read.
+    DatabaseResult isLocalUser(const char* user, const char* domain);
+    // The same for the user and host of a SIP URI.
+    DatabaseResult isLocalUser(const std::string& lookupAddress);
+    // The public address id of a request URI or of user@host; a user of
+    // another node is not found.
+    DatabaseResult getPublicAddressKey(const char* requestUri, int& key);
+    DatabaseResult getPublicAddressKey(const char* user, const char* host, int& key);
+    // Key and contact set, whichever node serves the user.
+    DatabaseResult getPublicAddressKeyCSID(const char* user, const char* host, int& key, int& csid);
+    // The subscriber owning handle@domain, m_isLocal set when this node
+    // serves it (a subscriber whose node is NULL keeps m_isLocal as given).
+    DatabaseResult lookupSubscriber(const char* handle, const char* domain, SubscriberRecord& subscriber);
+    // "display name" <identity> of the subscriber owning user@domain, or of
+    // public address `key`.
+    DatabaseResult getIdentity(const char* user, const char* domain, std::string& identity);
+    DatabaseResult getIdentity(int key, std::string& identity);
+    DatabaseResult getPublicAddress(int key, std::string& user, std::string& domain);
 
     // Contact lookup and request routing; the conference server.
 
@@ -97,7 +125,66 @@ public:
 
     // Address maps.
 
+    // Routes `requestUri` by the address map: the first row, in ascending
+    // priority, whose pattern (POSIX extended; an empty one matches all)
+    // matches the whole URI gives the contact set. Each contact's address has
+    // the URI's parts substituted for $protocol, $user, $password, $host,
+    // $port, $parameters and $headers (absent parts are empty; an absent port
+    // stays unexpanded). Not found when no row matches, and, with the
+    // message "lookupAddressMap passed visiting user", for a visiting user.
+    // The compiled patterns are kept per instance and compiled again only
+    // when a row's modification_time moves forward.
+    DatabaseResult lookupAddressMap(const char* requestUri, std::string& ordering, bool& redirect,
+                                    std::vector<ContactRecord>& contacts);
+    // The compiled entries, each keyed "<handle>-<csid>" and in the priority
+    // order of the last lookup.
+    void getMapKeys(std::vector<std::string>& keys);
+    // The first entry with `key`, or null; it stays owned by the instance.
+    AddressMap* lookupMapEntry(std::string& key);
+    // Frees the first entry with `key`, if any, and drops it from the list.
+    void removeMapEntry(std::string& key);
+    void clearMapEntries();
+
     // Configuration and policy accessors.
+
+    // The process's trusted hosts. A hosting server reads them with
+    // queryTrustedHosts and hands them to setTrustedHosts once at start-up;
+    // until that first set every reader blocks (no time-out; a blocked
+    // reader can be cancelled). Later sets replace the list.
+    void setTrustedHosts(const std::vector<TrustedHostRecord>& hosts);
+    void getTrustedHosts(std::vector<TrustedHostRecord>& hosts);
+    // Reads the trusted_host table; leaves the process's list alone.
+    DatabaseResult queryTrustedHosts(std::vector<TrustedHostRecord>& hosts);
+    // The first host named `hostName` (when not empty), else the first named
+    // `host`; names compare exactly. False for a null argument.
+    bool getTrustedHost(const char* host, const char* hostName, TrustedHostRecord& record);
+    bool isTrustedHost(const char* host, const char* hostName);
+
+    DatabaseResult getQoS(int* qos);
+    // `nodeType` is assigned whatever the outcome; an empty one is not found.
+    DatabaseResult getNodeType(std::string& nodeType);
+    DatabaseResult getProxyConfig(const char* proxyName, std::vector<ProxyConfig>& items);
+    // The edge system's user and password (EdgeUsername, EdgePassword).
+    DatabaseResult getSystemUserAndPasswordValues(std::string& user, std::string& password);
+    // `allowed` (set only on success) unless an inbound or two-way rule for
+    // exactly `domain` denies it, wherever that rule stands in the order.
+    DatabaseResult checkInboundDomainAccess(const char* domain, bool& allowed);
+    // Whether `contact` is exactly one of the emergency ids, read afresh on
+    // every call.
+    DatabaseResult isEmergencyContact(const char* contact, bool& isEmergency);
+    DatabaseResult isEmergencyContact(const std::string& contact, bool& isEmergency);
+    // This node's persistent trace filters and their trace destination. Not
+    // found when there are none; okay with the message "invalid parameter
+    // getRemoteFilters." when filters exist but the destination is empty.
+    DatabaseResult getRemoteFilters(std::vector<remoteFilter>* filters, std::string* destination);
+    // Deletes event notifications older than 60 seconds.
+    DatabaseResult deleteOldEventNotifyRows();
+    // Okay at once, doing nothing, for an empty id. Any other id fails on
+    // PostgreSQL 15, which rejects the statement the id is written into (the
+    // id runs into the keyword after it), and so raises the alarm.
+    DatabaseResult getSipEventAggregator(const std::string& id, SipEventAggregator& aggregator);
+    // Every aggregator once per contact of its subscriber's contact set.
+    DatabaseResult getSipEventAggregators(std::vector<SipEventAggregator>& aggregators);
 
     // Per-instance state. The pool binds an instance to its thread through
     // m_threadId.
@@ -125,7 +212,10 @@ public:
     static std::string m_conferenceServerUri;
     static osk::Mutex m_mutexConferenceServerUri;
     static bool m_needToReloadConferenceServerUri;
+    // Read and written only under m_mutexPrimaryDomain (through the two
+    // accessors): threads of the whole process read it.
     static std::string m_primaryDomain;
+    static osk::Mutex m_mutexPrimaryDomain;
     static Trace& m_strace;
     static osk::CritSect m_cs;
     static const std::string STR_CONF_IN_USE;
@@ -135,6 +225,21 @@ public:
 
 private:
     // Helpers of the lookups and visiting users.
+    // The node of the subscriber owning handle@domain (escaped texts):
+    // `node` is empty when the subscriber has no node row or a NULL node;
+    // `found` tells whether a row came back.
+    DatabaseResult subscriberNode(const std::string& handle, const std::string& domain, bool& found,
+                                  std::string& node);
+    // The node check after a subscriber was found: sets the record's
+    // m_isLocal; the traces, logs and alarm steps (`queryStep` for the node
+    // query, `homeStep` for this node's id) are those of `operation`.
+    DatabaseResult checkSubscriberNode(const char* operation, int queryStep, int homeStep,
+                                       const std::string& handle, const std::string& domain,
+                                       SubscriberRecord& subscriber);
+    // The failure that the executor's lookupSubscriber answer `found` means
+    // (-1: connection error and the alarm `alarmText`; -2: bad parameter);
+    // okay for 0 and 1.
+    DatabaseResult subscriberLookupResult(int found, const std::string& alarmText);
 
     // Helpers of routing and the conference server.
 
@@ -142,7 +247,18 @@ private:
 
     // Helpers of the address maps.
 
+    // Brings m_addrMap in line with `rows` (ascending priority): entries
+    // whose key still has a row are kept, in the rows' order, and compiled
+    // again only when their row is newer; the others are freed.
+    void synchronizeMaps(const std::vector<AddressMapRecord>& rows);
+    // The csid of the first entry whose pattern matches, 0 when none does.
+    int matchingCsid(const char* requestUri);
+
     // Helpers of the configuration accessors.
+
+    // Traces "connection error" when the instance has no connection, for the
+    // accessors that say why guarded() turned them away.
+    void traceIfUnconnected();
 
     // The frame of an operation that runs one executor command: the
     // connection guard, `command(*m_exec)`, and the alarm when the database

@@ -9,8 +9,8 @@ namespace velm {
 const std::string QueryResult::SQL_SUCCESSFUL_COMPLETION = "00000";
 const std::string QueryResult::SQL_INTEGRITY_CONSTRAINT_VIOLATION = "23000";
 
-bool QueryResult::m_useNative = true;
-bool QueryResult::m_initialized = false;
+std::atomic<bool> QueryResult::m_useNative{true};
+std::atomic<bool> QueryResult::m_initialized{false};
 osk::Mutex QueryResult::m_mutex;
 
 QueryResult* QueryResult::createQueryResult() {

@@ -3,6 +3,7 @@
 
 #include "Mutex.h"
 
+#include <atomic>
 #include <string>
 
 namespace velm {
@@ -38,8 +39,8 @@ public:
     static const std::string SQL_SUCCESSFUL_COMPLETION;
     static const std::string SQL_INTEGRITY_CONSTRAINT_VIOLATION;
 
-    static bool m_useNative;
-    static bool m_initialized;
+    static std::atomic<bool> m_useNative;
+    static std::atomic<bool> m_initialized;
     static osk::Mutex m_mutex;
 };
 

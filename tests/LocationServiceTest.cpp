@@ -8,10 +8,13 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <csignal>
 #include <memory>
+#include <string>
 #include <thread>
+#include <vector>
 
 using velm::AppProperties;
 using velm::LocationService;
@@ -127,6 +130,36 @@ TEST(LocationService, PrimaryDomainIsSharedByAllInstances) {
     one.setPrimaryDomain("example.com");
     EXPECT_EQ("example.com", two.getPrimaryDomain());
     EXPECT_TRUE(LocationService::m_bPrefixMapInitialized);
+}
+
+TEST(LocationServiceConcurrency, PrimaryDomainIsReadWholeWhileOtherThreadsChangeIt) {
+    // Longer than any short-string buffer, so every change reallocates.
+    const std::string domains[] = {"registrar-one.example.com", "a-much-longer-primary-domain.example.org"};
+    LocationService().setPrimaryDomain(domains[0]);
+    std::atomic<bool> stop{false};
+    std::atomic<int> torn{0};
+    std::vector<std::thread> threads;
+    for (int writer = 0; writer < 2; ++writer)
+        threads.emplace_back([&, writer] {
+            LocationService service;
+            for (int round = 0; round < 2000; ++round)
+                service.setPrimaryDomain(domains[(round + writer) % 2]);
+        });
+    for (int reader = 0; reader < 4; ++reader)
+        threads.emplace_back([&] {
+            LocationService service;
+            while (!stop) {
+                std::string domain = service.getPrimaryDomain();
+                if (domain != domains[0] && domain != domains[1])
+                    ++torn;
+            }
+        });
+    threads[0].join();
+    threads[1].join();
+    stop = true;
+    for (size_t t = 2; t < threads.size(); ++t)
+        threads[t].join();
+    EXPECT_EQ(0, torn.load());
 }
 
 TEST(LocationService, SigPipeHandlerWritesItsLineAndReturns) {

@@ -11,8 +11,11 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
+#include <thread>
+#include <vector>
 
 using velm::AppProperties;
 using velm::DatabaseConnection;
@@ -76,6 +79,36 @@ TEST(OdbcResultFactory, ChoiceIsMadeOnceAtTheFirstResult) {
     expectOdbcResult();
     setDatabaseType("pgsql");
     expectOdbcResult();
+}
+
+TEST(OdbcResultFactoryConcurrency, ThreadsMakingTheFirstResultsAtOnceAllGetTheConfiguredKind) {
+    setDatabaseType("odbc");
+    constexpr int threads = 8;
+    constexpr int rounds = 50;
+    std::atomic<int> ready{0};
+    std::atomic<int> odbc{0};
+    std::atomic<int> pgsqlConnections{0};
+    std::vector<std::thread> makers;
+    for (int t = 0; t < threads; ++t)
+        makers.emplace_back([&] {
+            ++ready;
+            while (ready.load() < threads)
+                std::this_thread::yield();
+            for (int round = 0; round < rounds; ++round) {
+                QueryResultPtr result;
+                if (dynamic_cast<QueryResultOdbc*>(result.m_qres) != nullptr)
+                    ++odbc;
+                DatabaseConnection* conn = DatabaseConnection::getConnection();
+                if (dynamic_cast<velm::DatabaseConnectionPgsql*>(conn) != nullptr)
+                    ++pgsqlConnections;
+                DatabaseConnection::releaseConnection(conn);
+            }
+        });
+    for (std::thread& maker : makers)
+        maker.join();
+    EXPECT_EQ(threads * rounds, odbc.load());
+    EXPECT_EQ(threads * rounds, pgsqlConnections.load()) << "connections stay PostgreSQL whatever the type";
+    EXPECT_FALSE(DatabaseConnection::m_useNative);
 }
 
 TEST(OdbcResultFactory, FreshOdbcResultIsEmpty) {

@@ -208,20 +208,19 @@ TEST(PlatformLocks, CritSectMayBeEnteredAgainByItsHolder) {
         osk::Guard inner(section);
     }));
     std::atomic<bool> entered{false};
+    std::thread other;
     {
         osk::Guard held(section);
-        std::thread other([&] {
+        other = std::thread([&] {
             osk::Guard guard(section);
             entered = true;
         });
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         EXPECT_FALSE(entered.load()) << "another thread waits while the section is held";
-        other.detach();
     }
-    EXPECT_TRUE(finishes([&] {
-        while (!entered)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-    }));
+    // Joined, not detached: the section must outlive the other thread's leave().
+    other.join();
+    EXPECT_TRUE(entered.load());
 }
 
 TEST(PlatformLocks, GuardDefersCancellationOnlyWhileHeld) {

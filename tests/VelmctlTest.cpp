@@ -101,6 +101,33 @@ TEST_F(Velmctl, BadInputIsOneLineThatSaysWhatIsWrongAndChangesNothing) {
          "velmctl: --expires must not be negative (got -30)\n"},
         {"register alice@example.com '<sip:alice@192.0.2.10>' --q 2", "velmctl: --q '2' is not a qvalue between 0 and 1\n"},
         {"unregister alice@example.com '<sip:alice@192.0.2.10'", "velmctl: contact '<sip:alice@192.0.2.10' has no closing '>'\n"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --expires 9223372036854775807",
+         "velmctl: --expires '9223372036854775807' is out of range: 0 to 4294967295\n"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --expires 99999999999999999999999",
+         "velmctl: --expires '99999999999999999999999' is out of range"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --expires 4294967296", "velmctl: --expires '4294967296' is out"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --cseq 2147483648", "velmctl: --cseq '2147483648' is out"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --cseq ' 7'", "velmctl: --cseq ' 7' is not a whole number\n"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --expires +60", "velmctl: --expires '+60' is not a whole"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --expires 0x10", "velmctl: --expires '0x10' is not a whole"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --expires ''", "velmctl: --expires '' is not a whole"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --expires -", "velmctl: --expires '-' is not a whole"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --q nan", "velmctl: --q 'nan' is not a qvalue"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --q 0x1", "velmctl: --q '0x1' is not a qvalue"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --q 1e-1", "velmctl: --q '1e-1' is not a qvalue"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --q -0", "velmctl: --q '-0' is not a qvalue"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --q 1.001", "velmctl: --q '1.001' is not a qvalue"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --q .5", "velmctl: --q '.5' is not a qvalue"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --q 0.", "velmctl: --q '0.' is not a qvalue"},
+        // Bytes that are not UTF-8 (octal, as the shell's printf takes them):
+        // a stray continuation byte, an overlong '/', a surrogate, a code
+        // point above U+10FFFF, a cut-off sequence.
+        {"register alice@example.com \"$(printf '<sip:al\\200ice@192.0.2.10>')\"", "velmctl: argument 5 is not UTF-8 text\n"},
+        {"register \"$(printf 'alice\\300\\257x@example.com')\" '<sip:alice@192.0.2.10>'", "velmctl: argument 4 is not"},
+        {"register alice@example.com '<sip:alice@192.0.2.10>' --call-id \"$(printf '\\355\\240\\200')\"",
+         "velmctl: argument 7 is not UTF-8"},
+        {"contacts \"$(printf 'alice@example.com\\364\\220\\200\\200')\"", "velmctl: argument 4 is not UTF-8"},
+        {"contacts \"$(printf 'alice@example.com\\342\\202')\"", "velmctl: argument 4 is not UTF-8"},
     };
     for (const Case& c : cases) {
         Result run = velm(c.arguments);
@@ -134,12 +161,18 @@ TEST_F(Velmctl, RegisteringAgainRefreshesTheContact) {
     Result first = velm("register alice@example.com '<sip:alice@192.0.2.10:5060>' --q 0.5 --call-id c1 --cseq 7");
     ASSERT_EQ(0, first.status) << first.err;
     EXPECT_EQ(0u, first.out.find("registered: alice@example.com\n"));
-    Result again = velm("register alice@example.com '<sip:alice@192.0.2.10:5060>' --call-id c1 --cseq 8 --expires 60");
+    Result again = velm("register alice@example.com '<sip:alice@192.0.2.10:5060>' --call-id c1 --cseq 2147483647 "
+                        "--expires 4294967295");
     ASSERT_EQ(0, again.status) << again.err;
     EXPECT_EQ(0u, again.out.find("refreshed: alice@example.com\n"));
-    auto rows = db.admin().query("SELECT qvalue, cseq, call_id FROM contact");
+    auto rows = db.admin().query("SELECT qvalue, cseq, call_id, expires - extract(epoch FROM now())::bigint > 4294967000 "
+                                 "FROM contact");
     ASSERT_EQ(1u, rows.size());
-    EXPECT_EQ((std::vector<std::string>{"0.800000", "8", "c1"}), rows[0]);
+    EXPECT_EQ((std::vector<std::string>{"0.800000", "2147483647", "c1", "t"}), rows[0]);
+
+    Result text = velm("register alice@example.com '<sip:alice@192.0.2.11>' --q 1.000 --call-id 'ç€😀' --cseq 0");
+    ASSERT_EQ(0, text.status) << text.err;
+    EXPECT_EQ("ç€😀", db.admin().value("SELECT call_id FROM contact WHERE address = 'sip:alice@192.0.2.11'"));
 }
 
 TEST(VelmctlEmbedded, StartsAPrivateServerThatTheDemoUsesAndStopsIt) {

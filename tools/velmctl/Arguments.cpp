@@ -1,10 +1,15 @@
 #include "Arguments.h"
 
+#include "Input.h"
+
 #include <algorithm>
 
 namespace velmctl {
 
 Outcome Arguments::parse(int argc, char** argv) {
+    for (int at = 1; at < argc; ++at)
+        if (!isUtf8(argv[at]))
+            return Outcome::failure(BAD_INPUT, "argument " + std::to_string(at) + " is not UTF-8 text");
     for (int at = 1; at < argc; ++at) {
         std::string word = argv[at];
         if (word == "--json") {

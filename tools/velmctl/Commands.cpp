@@ -81,7 +81,7 @@ Outcome registration(const Arguments& arguments, Output& output) {
     if (outcome.ok() && arguments.has("--expires"))
         outcome = parseSeconds("--expires", arguments.option("--expires"), expires);
     if (outcome.ok() && arguments.has("--cseq"))
-        outcome = parseSeconds("--cseq", arguments.option("--cseq"), cseq);
+        outcome = parseNumber("--cseq", arguments.option("--cseq"), 0, MAX_CSEQ, cseq);
     if (outcome.ok() && arguments.has("--q"))
         outcome = parseQvalue(arguments.option("--q"), qvalue);
     if (!outcome.ok())

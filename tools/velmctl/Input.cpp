@@ -15,6 +15,29 @@ Outcome bad(const std::string& message) {
 
 } // namespace
 
+bool isUtf8(const std::string& text) {
+    static const unsigned long smallest[] = {0, 0x80, 0x800, 0x10000};
+    const auto* byte = reinterpret_cast<const unsigned char*>(text.data());
+    const auto* end = byte + text.size();
+    while (byte < end) {
+        unsigned char lead = *byte++;
+        if (lead < 0x80)
+            continue;
+        int more = lead >= 0xF0 ? 3 : lead >= 0xE0 ? 2 : lead >= 0xC0 ? 1 : 0;
+        if (more == 0 || lead > 0xF4 || end - byte < more)
+            return false;
+        unsigned long code = lead & (0x3F >> more);
+        for (int left = more; left > 0; --left, ++byte) {
+            if ((*byte & 0xC0) != 0x80)
+                return false;
+            code = code << 6 | (*byte & 0x3F);
+        }
+        if (code < smallest[more] || code > 0x10FFFF || (code >= 0xD800 && code <= 0xDFFF))
+            return false;
+    }
+    return true;
+}
+
 Outcome parseAor(const std::string& text, Aor& aor) {
     size_t at = text.find('@');
     if (at == std::string::npos || at == 0 || at + 1 == text.size() || text.find('@', at + 1) != std::string::npos)
@@ -45,22 +68,32 @@ Outcome parseContact(const std::string& text, ContactArg& contact) {
     return Outcome();
 }
 
-Outcome parseSeconds(const std::string& option, const std::string& text, long& seconds) {
+Outcome parseNumber(const std::string& name, const std::string& text, long min, long max, long& value) {
+    size_t digits = !text.empty() && text[0] == '-' ? 1 : 0;
+    if (digits == text.size() || text.find_first_not_of("0123456789", digits) != std::string::npos)
+        return bad(name + " '" + text + "' is not a whole number");
+    if (digits == 1 && min >= 0)
+        return bad(name + " must not be negative (got " + text + ")");
     errno = 0;
-    char* end = nullptr;
-    long value = std::strtol(text.c_str(), &end, 10);
-    if (text.empty() || *end != '\0' || errno != 0)
-        return bad(option + " '" + text + "' is not a whole number");
-    if (value < 0)
-        return bad(option + " must not be negative (got " + text + ")");
-    seconds = value;
+    long parsed = std::strtol(text.c_str(), nullptr, 10);
+    if (errno == ERANGE || parsed < min || parsed > max)
+        return bad(name + " '" + text + "' is out of range: " + std::to_string(min) + " to " + std::to_string(max));
+    value = parsed;
     return Outcome();
 }
 
+Outcome parseSeconds(const std::string& option, const std::string& text, long& seconds) {
+    return parseNumber(option, text, 0, MAX_DELTA_SECONDS, seconds);
+}
+
 Outcome parseQvalue(const std::string& text, std::string& qvalue) {
-    char* end = nullptr;
-    double value = std::strtod(text.c_str(), &end);
-    if (text.empty() || *end != '\0' || value < 0 || value > 1)
+    const char* const digits = "0123456789";
+    size_t whole = text.find_first_not_of(digits);
+    bool decimal = !text.empty() && whole != 0 &&
+                   (whole == std::string::npos ||
+                    (text[whole] == '.' && whole + 1 < text.size() &&
+                     text.find_first_not_of(digits, whole + 1) == std::string::npos));
+    if (!decimal || std::strtod(text.c_str(), nullptr) > 1)
         return bad("--q '" + text + "' is not a qvalue between 0 and 1");
     qvalue = text;
     return Outcome();

@@ -21,10 +21,23 @@ struct ContactArg {
     std::string header;
 };
 
+// The largest Expires and CSeq values a SIP message may carry.
+const long MAX_DELTA_SECONDS = 4294967295L;
+const long MAX_CSEQ = 2147483647L;
+
+// True when `text` is well-formed UTF-8 (no overlong forms, no surrogates,
+// nothing above U+10FFFF).
+bool isUtf8(const std::string& text);
+
 // Each check answers BAD_INPUT with a message that says what is wrong.
 Outcome parseAor(const std::string& text, Aor& aor);
 Outcome parseContact(const std::string& text, ContactArg& contact);
+// A whole number from `min` to `max` in plain decimal digits (a leading '-'
+// only), for the option or argument named `name`.
+Outcome parseNumber(const std::string& name, const std::string& text, long min, long max, long& value);
+// Seconds from 0 to MAX_DELTA_SECONDS.
 Outcome parseSeconds(const std::string& option, const std::string& text, long& seconds);
+// A decimal qvalue from 0 to 1, e.g. 0.5 or 1.000.
 Outcome parseQvalue(const std::string& text, std::string& qvalue);
 
 } // namespace velmctl

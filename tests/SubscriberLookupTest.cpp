@@ -1,0 +1,255 @@
+// Public-address keys, subscribers and identities, and which node serves a
+// user.
+#include "AlarmCapture.h"
+#include "LocationService.h"
+#include "Provisioning.h"
+#include "SubscriberRecord.h"
+#include "TestServer.h"
+
+#include <gtest/gtest.h>
+
+#include <iterator>
+#include <ostream>
+#include <string>
+
+using velm::DatabaseResult;
+using velm::LocationService;
+using velm::SubscriberRecord;
+
+namespace {
+
+const int KEY = 100;
+const int CSID = 10;
+
+// alice@example.com (sid 1) and o'neil@example.com (sid 2), optionally
+// homed on a node, on a node whose replica_id is optionally set.
+class Lookups : public ::testing::Test {
+protected:
+    void SetUp() override {
+        velmtest::Provisioning provisioning(db.admin());
+        provisioning.subscriber(1);
+        provisioning.contactSet(CSID, 1);
+        provisioning.publicAddress(KEY, "alice", "example.com", CSID, true);
+        provisioning.subscriber(2);
+        provisioning.contactSet(CSID + 1, 2);
+        provisioning.publicAddress(KEY + 1, "o'neil", "example.com", CSID + 1, true);
+        ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
+    }
+
+    void homeOn(int sid, const std::string& node) {
+        db.admin().exec("INSERT INTO velm_users (sid, node_id) VALUES (" + std::to_string(sid) + ", " + node + ")");
+    }
+
+    void thisNode(const std::string& id) {
+        db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '" + id + "')");
+    }
+
+    velmtest::TestDatabase db;
+    velmtest::AlarmCapture alarms;
+    LocationService service;
+};
+
+struct NodeCase {
+    const char* name;
+    const char* node;      // velm_users.node_id of alice; null: no row
+    const char* replicaId; // this node's id; null: no row
+    DatabaseResult::status local;
+    DatabaseResult::status key;
+    DatabaseResult::status subscriber;
+    bool isLocal;
+    const char* alarm; // the one alarm of lookupSubscriber, or null
+};
+
+void PrintTo(const NodeCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class NodeCheck : public Lookups, public ::testing::WithParamInterface<NodeCase> {};
+
+} // namespace
+
+TEST_P(NodeCheck, DecidesLocalOrVisiting) {
+    const NodeCase& c = GetParam();
+    if (c.node != nullptr)
+        homeOn(1, c.node);
+    if (c.replicaId != nullptr)
+        thisNode(c.replicaId);
+
+    EXPECT_EQ(c.local, service.isLocalUser("Alice", "EXAMPLE.com").m_status);
+    EXPECT_EQ(c.local, service.isLocalUser("sip:ALICE@example.com;transport=tcp").m_status);
+
+    int key = -1;
+    DatabaseResult result = service.getPublicAddressKey("sip:Alice@Example.COM", key);
+    EXPECT_EQ(c.key, result.m_status) << result.getErrorMessage();
+    EXPECT_EQ(c.key == DatabaseResult::OKAY ? KEY : -1, key);
+    if (c.key == DatabaseResult::NOTFOUND) {
+        EXPECT_EQ("getPublicAddressKey passed visiting user", result.getErrorMessage());
+    }
+
+    // The contact set is found whichever node serves the user.
+    int csid = -1;
+    key = -1;
+    EXPECT_TRUE(service.getPublicAddressKeyCSID("ALICE", "example.com", key, csid).okay());
+    EXPECT_EQ(KEY, key);
+    EXPECT_EQ(CSID, csid);
+
+    size_t before = alarms.alarms().size();
+    SubscriberRecord subscriber;
+    result = service.lookupSubscriber("Alice", "Example.com", subscriber);
+    EXPECT_EQ(c.subscriber, result.m_status) << result.getErrorMessage();
+    EXPECT_EQ(1, subscriber.sid());
+    EXPECT_EQ(c.isLocal, subscriber.isLocal());
+    auto raised = alarms.alarms();
+    if (c.alarm == nullptr) {
+        EXPECT_EQ(before, raised.size());
+    } else {
+        ASSERT_EQ(before + 1, raised.size());
+        EXPECT_EQ(c.alarm, raised.back().second);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Nodes, NodeCheck,
+    testing::Values(
+        NodeCase{"NoNodeRow", nullptr, "7", DatabaseResult::OKAY, DatabaseResult::OKAY, DatabaseResult::OKAY, true,
+                 nullptr},
+        NodeCase{"NullNode", "NULL", "7", DatabaseResult::OKAY, DatabaseResult::OKAY, DatabaseResult::OKAY, false,
+                 nullptr},
+        NodeCase{"ThisNode", "7", "7", DatabaseResult::OKAY, DatabaseResult::OKAY, DatabaseResult::OKAY, true,
+                 nullptr},
+        NodeCase{"OtherNode", "8", "7", DatabaseResult::NOTFOUND, DatabaseResult::NOTFOUND, DatabaseResult::OKAY,
+                 false, nullptr},
+        NodeCase{"NoReplicaId", "8", nullptr, DatabaseResult::QUERY_ERROR, DatabaseResult::QUERY_ERROR,
+                 DatabaseResult::QUERY_ERROR, false, nullptr},
+        NodeCase{"ZeroReplicaId", "8", "0", DatabaseResult::QUERY_ERROR, DatabaseResult::QUERY_ERROR,
+                 DatabaseResult::QUERY_ERROR, false, "database failure - lookupSubscriber_3. returned zero home node_id"}),
+    [](const testing::TestParamInfo<NodeCase>& info) { return std::string(info.param.name); });
+
+TEST_F(Lookups, AQuoteInTheHandleIsEscapedOnce) {
+    // Homed elsewhere, so the node query must find the row too.
+    homeOn(2, "8");
+    thisNode("7");
+    int key = -1;
+    int csid = -1;
+    EXPECT_TRUE(service.getPublicAddressKeyCSID("O'Neil", "example.com", key, csid).okay());
+    EXPECT_EQ(KEY + 1, key);
+    EXPECT_TRUE(service.getPublicAddressKey("o'neil", "example.com", key).notFound());
+    EXPECT_TRUE(service.isLocalUser("O'NEIL", "example.com").notFound());
+    SubscriberRecord subscriber;
+    EXPECT_TRUE(service.lookupSubscriber("o'neil", "example.com", subscriber).okay());
+    EXPECT_EQ(2, subscriber.sid());
+    EXPECT_FALSE(subscriber.isLocal());
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+TEST_F(Lookups, UnknownAndInvalidInput) {
+    int key = -1;
+    int csid = -1;
+    EXPECT_TRUE(service.getPublicAddressKey("bob", "example.com", key).notFound());
+    EXPECT_TRUE(service.getPublicAddressKeyCSID("bob", "example.com", key, csid).notFound());
+    EXPECT_TRUE(service.getPublicAddressKey(nullptr, "example.com", key).badParameter());
+    EXPECT_TRUE(service.getPublicAddressKeyCSID("alice", nullptr, key, csid).badParameter());
+    EXPECT_TRUE(service.isLocalUser(nullptr, "example.com").badParameter());
+    EXPECT_EQ(-1, key);
+    EXPECT_EQ(-1, csid);
+
+    DatabaseResult result = service.getPublicAddressKey("alice@example.com", key);
+    EXPECT_TRUE(result.queryError());
+    EXPECT_EQ("getPublicAddressKey: invalid request uri", result.getErrorMessage());
+    result = service.isLocalUser(std::string("not a uri"));
+    EXPECT_TRUE(result.queryError());
+    EXPECT_EQ("isVisitingUser: invalid lookupAddress", result.getErrorMessage());
+
+    SubscriberRecord subscriber;
+    EXPECT_TRUE(service.lookupSubscriber("bob", "example.com", subscriber).notFound());
+    EXPECT_TRUE(service.lookupSubscriber("alice", nullptr, subscriber).badParameter());
+    EXPECT_EQ(-1, subscriber.sid());
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+TEST_F(Lookups, IdentityByAddressOrKey) {
+    db.admin().exec("INSERT INTO identity VALUES (1, 'sip:alice@example.com', 'Alice A')");
+    std::string identity;
+    EXPECT_TRUE(service.getIdentity("ALICE", "example.com", identity).okay());
+    EXPECT_EQ("\"Alice A\" <sip:alice@example.com>", identity);
+    identity.clear();
+    EXPECT_TRUE(service.getIdentity(KEY, identity).okay());
+    EXPECT_EQ("\"Alice A\" <sip:alice@example.com>", identity);
+
+    // o'neil has no identity row; key 999 no address.
+    EXPECT_TRUE(service.getIdentity(KEY + 1, identity).notFound());
+    EXPECT_EQ("", identity);
+    identity = "kept";
+    EXPECT_TRUE(service.getIdentity(999, identity).notFound());
+    EXPECT_EQ("kept", identity);
+    EXPECT_TRUE(service.getIdentity(nullptr, "example.com", identity).badParameter());
+
+    std::string user;
+    std::string domain;
+    EXPECT_TRUE(service.getPublicAddress(KEY + 1, user, domain).okay());
+    EXPECT_EQ("o'neil", user);
+    EXPECT_EQ("example.com", domain);
+    EXPECT_TRUE(service.getPublicAddress(999, user, domain).notFound());
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+TEST_F(Lookups, DatabaseFailuresRaiseTheNumberedAlarms) {
+    db.admin().exec("ALTER TABLE velm_users RENAME TO velm_users_gone");
+    EXPECT_TRUE(service.isLocalUser("alice", "example.com").queryError());
+    SubscriberRecord subscriber;
+    EXPECT_TRUE(service.lookupSubscriber("alice", "example.com", subscriber).queryError());
+    db.admin().exec("ALTER TABLE identity RENAME TO identity_gone");
+    std::string identity;
+    EXPECT_TRUE(service.getIdentity(KEY, identity).queryError());
+    db.admin().exec("ALTER TABLE subscriber RENAME TO subscriber_gone");
+    DatabaseResult result = service.lookupSubscriber("alice", "example.com", subscriber);
+    EXPECT_TRUE(result.connectionError());
+    db.admin().exec("ALTER TABLE public_address RENAME TO public_address_gone");
+    int key = -1;
+    int csid = -1;
+    EXPECT_TRUE(service.getPublicAddressKeyCSID("alice", "example.com", key, csid).queryError());
+    EXPECT_TRUE(service.getIdentity(KEY, identity).queryError());
+    std::string user;
+    std::string domain;
+    EXPECT_TRUE(service.getPublicAddress(KEY, user, domain).queryError());
+
+    const char* expected[] = {"database failure - isLocalUser_1. ",
+                              "database failure - lookupSubscriber_2. ",
+                              "database failure - getIdentity_2. ",
+                              "database failure - lookupSubscriber_1",
+                              "database failure - getPublicAddressKeyCSID. ",
+                              "database failure - getIdentity_1. ",
+                              "database failure - getPublicAddress. "};
+    auto raised = alarms.texts("zuVELMProxyDBAccessFailed");
+    ASSERT_EQ(std::size(expected), raised.size());
+    for (size_t i = 0; i < raised.size(); ++i)
+        EXPECT_EQ(0u, raised[i].find(expected[i])) << raised[i];
+    EXPECT_EQ("database failure - lookupSubscriber_1", raised[3]);
+    EXPECT_NE(std::string::npos, raised[0].find("velm_users"));
+}
+
+TEST(LookupsUnconnected, EveryLookupReportsTheMissingConnection) {
+    velmtest::AlarmCapture alarms;
+    LocationService service;
+    int key = -1;
+    int csid = -1;
+    SubscriberRecord subscriber;
+    std::string identity = "kept";
+    std::string user;
+    std::string domain;
+    DatabaseResult results[] = {service.isLocalUser("alice", "example.com"),
+                                service.getPublicAddressKey("sip:alice@example.com", key),
+                                service.getPublicAddressKeyCSID("alice", "example.com", key, csid),
+                                service.lookupSubscriber("alice", "example.com", subscriber),
+                                service.getIdentity("alice", "example.com", identity),
+                                service.getIdentity(KEY, identity),
+                                service.getPublicAddress(KEY, user, domain)};
+    for (const DatabaseResult& result : results) {
+        EXPECT_TRUE(result.connectionError());
+        EXPECT_EQ("lookup attempted without a database connection", result.getErrorMessage());
+    }
+    EXPECT_EQ(-1, key);
+    EXPECT_EQ(-1, subscriber.sid());
+    EXPECT_EQ("kept", identity);
+    EXPECT_TRUE(alarms.alarms().empty());
+}
