@@ -125,6 +125,8 @@ DatabaseResult LocationService::executeCmd(const std::string& command) {
 
 void LocationService::setPrimaryDomain(const std::string& domain) {
     osk::withCancelSafeLock(m_mutexPrimaryDomain, [&] { m_primaryDomain = domain; });
+    // The conference server URI is made of the primary domain.
+    osk::withCancelSafeLock(m_mutexConferenceServerUri, [] { m_needToReloadConferenceServerUri = true; });
 }
 
 std::string LocationService::getPrimaryDomain() {

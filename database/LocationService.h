@@ -13,6 +13,7 @@
 
 namespace osk {
 class CritSect;
+class Uri;
 }
 
 namespace velm {
@@ -22,6 +23,7 @@ class AddressMapRecord;
 class ContactRecord;
 class DatabaseCommandExecutor;
 class PrefixMap;
+class PrefixMapRecord;
 class ProxyConfig;
 class SipEventAggregator;
 class SubscriberRecord;
@@ -120,8 +122,77 @@ public:
     DatabaseResult getPublicAddress(int key, std::string& user, std::string& domain);
 
     // Contact lookup and request routing; the conference server.
+    // Every lookup answers with `ordering` (the contact set's, "cycle",
+    // "sequential", ...), `redirect` (the contact set's replace_uri, as the
+    // contact commands deliver it) and `contacts` appended in routing order.
+    // A request for the conference server gets one bridge contact and the
+    // ordering "redirect".
+    DatabaseResult lookupContacts(const char* requestUri, std::string& ordering, bool& redirect,
+                                  std::vector<ContactRecord>& contacts, const char* authUser);
+    // The chain for user@domain: the resolver module when it is asked first,
+    // the public address, the local-user check, then the contacts cache or
+    // the database; the module is asked at most once.
+    DatabaseResult lookupContacts(const char* user, const char* domain, const char* requestUri, std::string& ordering,
+                                  bool& redirect, std::vector<ContactRecord>& contacts);
+    DatabaseResult lookupContacts(int key, std::string& ordering, bool& redirect, std::vector<ContactRecord>& contacts);
+    // Contacts without resolving "cycle" sets, and the key's primary id
+    // (left as it was when the key has none).
+    DatabaseResult lookupContactsNoCache(int key, std::string& ordering, bool& redirect,
+                                         std::vector<ContactRecord>& contacts, int& primaryId);
+    // A miss is a query error; a "cycle" set is read again from the database.
+    DatabaseResult getContactsFromCache(int key, const char* user, const char* domain,
+                                        std::vector<ContactRecord>& contacts, std::string& ordering, bool& redirect);
+    // The external resolver module's answer; its error is a connection error.
+    DatabaseResult lookupAlternate(const char* requestUri, std::string& ordering, bool& redirect,
+                                   std::vector<ContactRecord>& contacts);
+    // False only when [Proxy] EnableOODReferRouting is "false" in any case.
+    bool isOODReferAllowed();
+    // Whether a request to `outboundUri` may leave this node, and the
+    // outbound proxy it goes through (empty: direct).
+    DatabaseResult getOutboundRoute(const char* outboundUri, bool internal, std::string& proxy, bool& allowed);
+    // The contacts of the set the node's parent contact names.
+    DatabaseResult getDefaultRoute(std::string& ordering, bool& redirect, std::vector<ContactRecord>& contacts);
+    // The user part of the conference server URI; "confsvr" when none is
+    // configured or there is no connection.
+    std::string queryConferenceServerHandle();
+    // Builds and keeps the conference server URI; empty without a domain.
+    std::string composeConferenceServerUri(const std::string& primaryDomain, bool isTlsTransport);
+    // Reserves a conference bridge and makes `contact` point at it; `flag`
+    // is set. `authUser` selects a bridge behind the user's own trunk.
+    DatabaseResult resolveConfSvrUri(const char* authUser, bool& flag, ContactRecord& contact);
+    // Counts the bridge pool and raises the capacity events when usage is
+    // exactly 80 or 100 percent.
+    DatabaseResult checkUsage();
 
     // The digit-prefix tree and digit-map lookup.
+    //
+    // One tree of prefix_map rows serves every instance of the process; it
+    // is built, rebuilt, destroyed and read under m_mutexPrefix. A failed
+    // build leaves no tree, and digit-map lookups then answer ok with no
+    // contacts.
+    // Builds the tree unless one exists.
+    DatabaseResult createPrefixMap();
+    // Replaces the tree with one built from the table as it is now.
+    DatabaseResult recreatePrefixMap();
+    void destroyPrefixmap();
+    // The tree operations themselves; the caller holds m_mutexPrefix.
+    DatabaseResult createPrefix();
+    void addPrefixNode(const char* prefix, int index, int csid, int totalLength, PrefixMap* node);
+    // Leaves in `csid` the contact set of the deepest node along `user` whose
+    // length condition holds; an inner node on the way to a longer prefix
+    // sets it back to 0. `csid` is untouched when the first digit matches
+    // nothing.
+    void findPrefix(const char* user, int& csid, int index, PrefixMap* node);
+    void deleteNodes(PrefixMap* node);
+    // Routes `requestUri` by the prefix of its user part to a contact set and
+    // rewrites the first contact to the requested scheme and user. The tree
+    // lock is held through the contact query, so lookups run one at a time.
+    DatabaseResult lookupDigitMap(const char* requestUri, std::string& ordering, bool& redirect,
+                                  std::vector<ContactRecord>& contacts);
+    // The rows of prefix_map as the database returns them.
+    DatabaseResult getPrefixMap(std::vector<PrefixMapRecord>& maps);
+    // The change counter of prefix_map (0 when none is kept).
+    DatabaseResult checkPrefixMap(int* counter);
 
     // Address maps.
 
@@ -242,8 +313,17 @@ private:
     DatabaseResult subscriberLookupResult(int found, const std::string& alarmText);
 
     // Helpers of routing and the conference server.
+    // The conference server URI, composed again first when asked to; the
+    // state is read and written under m_mutexConferenceServerUri.
+    std::string conferenceServerUri();
+    // composeConferenceServerUri with m_mutexConferenceServerUri held.
+    std::string composeConferenceServerUriLocked(const std::string& primaryDomain, bool isTlsTransport);
 
     // Helpers of the digit-prefix tree.
+
+    // The found contact set's first contact, rewritten to carry the scheme
+    // and user of `requestUri`; a query error when its address is no URI.
+    DatabaseResult rewriteFirstContact(const osk::Uri& requestUri, ContactRecord& contact);
 
     // Helpers of the address maps.
 

@@ -1,6 +1,7 @@
 #include "LocationServicePool.h"
 
 #include "LocationService.h"
+#include "PrefixMapMonitor.h"
 #include "SafeLock.h"
 
 #include <pthread.h>
@@ -19,6 +20,15 @@ unsigned threadIdText(pthread_t id) {
 
 } // namespace
 
+bool LocationServicePool::monitorStillRunning(const char* operation) {
+    if (this != m_pSelf || !PrefixMapMonitor::exists())
+        return false;
+    m_strace.log("LocationServicePool::%s() refused: the PrefixMapMonitor thread still uses a connection of the pool; "
+                 "call PrefixMapMonitor::destroy() first",
+                 operation);
+    return true;
+}
+
 LocationServicePool* LocationServicePool::Instance() {
     if (m_pSelf == nullptr)
         m_pSelf = new LocationServicePool();
@@ -26,7 +36,7 @@ LocationServicePool* LocationServicePool::Instance() {
 }
 
 void LocationServicePool::destroy() {
-    if (m_pSelf == nullptr)
+    if (m_pSelf == nullptr || m_pSelf->monitorStillRunning("destroy"))
         return;
     m_pSelf->releaseConnections();
     delete m_pSelf;
@@ -63,6 +73,8 @@ LocationService* LocationServicePool::getConnection() {
 }
 
 void LocationServicePool::releaseConnections() {
+    if (monitorStillRunning("releaseConnections"))
+        return;
     osk::withCancelSafeLock(m_mutex, [this] {
         m_strace.prn("releasing %d database connections from pool %s", static_cast<int>(m_connections.size()),
                      m_name.c_str());

@@ -18,6 +18,8 @@ class LocationServicePool {
 public:
     static LocationServicePool* Instance();
     // Releases every pooled instance and the singleton; harmless when none.
+    // Refused, with an error line, while a PrefixMapMonitor exists: its
+    // thread works on an instance of this pool. Destroy the monitor first.
     static void destroy();
 
     LocationServicePool();
@@ -29,7 +31,8 @@ public:
 
     // The calling thread's instance; null only when one cannot be made.
     LocationService* getConnection();
-    // Frees every pooled instance, the newest first.
+    // Frees every pooled instance, the newest first. On the singleton,
+    // refused like destroy() while a PrefixMapMonitor exists.
     void releaseConnections();
     // The calling thread's instance or null; call with m_mutex held.
     LocationService* findThreadConnection();
@@ -38,6 +41,10 @@ public:
     void setHomeNode_id(int id) { m_homeNode_id = id; }
 
 private:
+    // True, after logging the refusal of `operation`, when this is the
+    // singleton and the prefix map monitor may still use one of its instances.
+    bool monitorStillRunning(const char* operation);
+
     osk::Mutex m_mutex;
     std::vector<LocationService*> m_connections;
     std::string m_name;

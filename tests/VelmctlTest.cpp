@@ -194,3 +194,55 @@ TEST(VelmctlEmbedded, StartsAPrivateServerThatTheDemoUsesAndStopsIt) {
     EXPECT_EQ("not running (" + dir + ")\n", stopped.out);
     std::system(("rm -rf " + scratch).c_str());
 }
+
+TEST_F(Velmctl, RouteTellsWhereARequestGoesAndWhoSaidSo) {
+    ASSERT_EQ(0, velm("subscriber add alice@example.com").status);
+    ASSERT_EQ(0, velm("register alice@example.com '<sip:alice@192.0.2.10:5060>'").status);
+    Result routed = velm("route sip:Alice@example.com");
+    ASSERT_EQ(0, routed.status) << routed.err;
+    EXPECT_NE(std::string::npos, routed.out.find("source: database\nordering: sequential\nredirect: true\n")) << routed.out;
+    EXPECT_NE(std::string::npos, routed.out.find("sip:alice@192.0.2.10:5060  0.800000  active")) << routed.out;
+    Result json = velm("--json route sip:alice@example.com");
+    EXPECT_EQ(0u, json.out.find("{\"source\":\"database\",\"ordering\":\"sequential\",\"redirect\":true,")) << json.out;
+    EXPECT_EQ(1, velm("route sip:nobody@example.com").status);
+    EXPECT_EQ(2, velm("route alice@example.com").status);
+    EXPECT_EQ(2, velm("route sip:alice@example.com --internal").status);
+
+    db.admin().exec("INSERT INTO acp (acp_id, name) VALUES (1, 'bridges')");
+    db.admin().exec("INSERT INTO extension (extension, acp_id, ext_type) VALUES ('7001', 1, 'c'), ('7002', 1, 'c')");
+    Result bridge = velm("route sip:confsvr@example.com");
+    ASSERT_EQ(0, bridge.status) << bridge.err;
+    EXPECT_NE(std::string::npos, bridge.out.find("source: conference server\nordering: redirect\n")) << bridge.out;
+    EXPECT_NE(std::string::npos, bridge.out.find("sip:7001@example.com")) << bridge.out;
+    Result pool = velm("--json conference status");
+    EXPECT_EQ(0u, pool.out.find("{\"bridges\":2,\"in_use\":1,\"invalid\":0,\"free\":1,")) << pool.out;
+
+    std::ofstream(m_config, std::ios::app) << "[LocationService]\nModuleFirst = true\nResolverModule = "
+                                           << VELM_TEST_RESOLVER_MODULE << "\n";
+    Result module = velm("route sip:two@example.com");
+    ASSERT_EQ(0, module.status) << module.err;
+    EXPECT_NE(std::string::npos, module.out.find("source: module\n")) << module.out;
+    EXPECT_NE(std::string::npos, module.out.find("sip:second@192.0.2.2;transport=tcp")) << module.out;
+}
+
+TEST_F(Velmctl, DefaultAndOutboundRoutesFollowTheNodesParameters) {
+    EXPECT_EQ(1, velm("route default").status);
+    ASSERT_EQ(0, velm("subscriber add gateway@example.com").status);
+    ASSERT_EQ(0, velm("register gateway@example.com '<sip:gw@192.0.2.50>'").status);
+    db.admin().exec("INSERT INTO system_parameters SELECT 'velm', 'system', 'parent_contact', csid::text "
+                    "FROM public_address WHERE handle = 'gateway'");
+    Result route = velm("route default");
+    ASSERT_EQ(0, route.status) << route.err;
+    EXPECT_NE(std::string::npos, route.out.find("sip:gw@192.0.2.50")) << route.out;
+
+    Result refused = velm("route outbound sip:bob@far.example.org");
+    ASSERT_EQ(0, refused.status) << refused.err;
+    EXPECT_EQ("allowed: false\n", refused.out);
+    db.admin().exec("INSERT INTO system_parameters VALUES ('velm', 'system', 'outbound_allowed_external', 't'), "
+                    "('velm', 'system', 'outbound_proxy', 'proxy.example.net'), "
+                    "('velm', 'system', 'outbound_direct', 'near.example.org')");
+    EXPECT_EQ("allowed: true\nproxy: proxy.example.net\n", velm("route outbound sip:bob@far.example.org").out);
+    EXPECT_EQ("{\"allowed\":true,\"proxy\":\"(direct)\",\"lists\":[],\"messages\":[]}\n",
+              velm("--json route outbound sip:bob@near.example.org --internal").out);
+    EXPECT_EQ(2, velm("route outbound mailto:bob@example.org").status);
+}

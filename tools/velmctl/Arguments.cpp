@@ -16,6 +16,9 @@ Outcome Arguments::parse(int argc, char** argv) {
             m_json = true;
         } else if (word == "--help" || word == "-h") {
             m_words.push_back("help");
+        } else if (word == "--internal") {
+            // A switch: present or not.
+            m_options[word] = "";
         } else if (word.size() > 2 && word.compare(0, 2, "--") == 0) {
             if (at + 1 >= argc)
                 return Outcome::failure(BAD_INPUT, "option " + word + " needs a value");

@@ -10,7 +10,7 @@
 namespace velmctl {
 
 // The command line: words in order, and --name value options anywhere
-// (--json takes no value).
+// (--json and --internal take no value).
 class Arguments {
 public:
     Outcome parse(int argc, char** argv);

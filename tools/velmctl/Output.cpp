@@ -92,10 +92,20 @@ void Output::note(const std::string& text) {
         std::printf("%s\n", text.c_str());
 }
 
+void Output::field(const std::string& name, const std::string& value, bool literal) {
+    if (m_json)
+        m_fields.push_back(jsonText(name) + ":" + (literal ? value : jsonText(value)));
+    else
+        std::printf("%s: %s\n", name.c_str(), value.c_str());
+}
+
 void Output::finish() {
     if (!m_json)
         return;
-    std::string document = "{\"lists\":[";
+    std::string document = "{";
+    for (const std::string& member : m_fields)
+        document += member + ",";
+    document += "\"lists\":[";
     for (size_t index = 0; index < m_lists.size(); ++index)
         document += (index > 0 ? "," : "") + m_lists[index];
     document += "],\"messages\":[";

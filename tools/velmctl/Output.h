@@ -20,6 +20,9 @@ public:
     void contacts(const std::string& title, const std::string& aor, const std::vector<velm::ContactRecord>& contacts);
     // A line of text for people; a "message" member in JSON.
     void note(const std::string& text);
+    // "name: value" for people; a member of the document in JSON, a string
+    // unless `literal` (a number or true/false).
+    void field(const std::string& name, const std::string& value, bool literal = false);
     void finish();
 
     static std::string jsonText(const std::string& text);
@@ -28,6 +31,7 @@ private:
     bool m_json;
     std::vector<std::string> m_lists;
     std::vector<std::string> m_notes;
+    std::vector<std::string> m_fields;
 };
 
 } // namespace velmctl

@@ -14,8 +14,6 @@
 
 namespace velmctl {
 
-namespace {
-
 Outcome fromResult(const velm::DatabaseResult& result, const std::string& context) {
     if (result.okay())
         return Outcome();
@@ -25,6 +23,8 @@ Outcome fromResult(const velm::DatabaseResult& result, const std::string& contex
         return Outcome::failure(BAD_INPUT, context + ": " + result.getErrorMessage());
     return Outcome::failure(DATABASE_ERROR, context + ": " + result.getErrorMessage());
 }
+
+namespace {
 
 std::string firstLine(const std::string& text) {
     std::string line = text.substr(0, text.find('\n'));

@@ -9,10 +9,14 @@
 #include <vector>
 
 namespace velm {
+class DatabaseResult;
 class LocationService;
 }
 
 namespace velmctl {
+
+// The exit status and message of a library result; `context` starts the message.
+Outcome fromResult(const velm::DatabaseResult& result, const std::string& context);
 
 // What one registration changed.
 struct Changes {

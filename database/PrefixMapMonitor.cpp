@@ -1,0 +1,115 @@
+#include "PrefixMapMonitor.h"
+
+#include "AppProperties.h"
+#include "LocationService.h"
+#include "LocationServicePool.h"
+
+#include <cstdio>
+#include <cstdlib>
+
+namespace velm {
+
+PrefixMapMonitor* PrefixMapMonitor::m_instance = nullptr;
+
+PrefixMapMonitor* PrefixMapMonitor::instance() {
+    if (m_instance == nullptr)
+        m_instance = new PrefixMapMonitor();
+    return m_instance;
+}
+
+void PrefixMapMonitor::destroy() {
+    if (m_instance == nullptr)
+        return;
+    delete m_instance;
+    m_instance = nullptr;
+}
+
+bool PrefixMapMonitor::exists() {
+    return m_instance != nullptr;
+}
+
+void PrefixMapMonitor::checkNow() {
+    m_pThread->wakeUp();
+}
+
+PrefixMapMonitor::PrefixMapMonitor() : m_pThread(new PrefixMapThread()), m_trace("PrefixMapMonitor") {
+    if (!m_pThread->start())
+        m_trace.log("cannot start the PrefixMapMonitor thread: prefix_map changes are not picked up");
+}
+
+PrefixMapMonitor::~PrefixMapMonitor() {
+    if (m_pThread == nullptr)
+        return;
+    m_trace.prn("interrupting PrefixMapMonitor thread");
+    std::printf("interrupting PrefixMapMonitor thread\n");
+    std::fflush(stdout);
+    m_pThread->shutdown();
+    m_pThread->join();
+    delete m_pThread;
+    m_pThread = nullptr;
+    m_trace.prn("done");
+    std::printf("done\n");
+    std::fflush(stdout);
+}
+
+PrefixMapMonitor::PrefixMapThread::PrefixMapThread() : m_shutdown(false), m_trace("PrefixMapMonitor") {}
+
+PrefixMapMonitor::PrefixMapThread::~PrefixMapThread() {
+    join();
+}
+
+void PrefixMapMonitor::PrefixMapThread::shutdown() {
+    m_shutdown = true;
+    m_q.deactivate();
+}
+
+void PrefixMapMonitor::PrefixMapThread::wakeUp() {
+    m_q.enqueue(nullptr);
+}
+
+void PrefixMapMonitor::PrefixMapThread::run() {
+    LocationService* service = LocationServicePool::Instance()->getConnection();
+    if (service == nullptr) {
+        m_trace.prn("failed to connect to location service");
+        return;
+    }
+    const char* configured = AppProperties::get("SipServer", "PrefixMapInterval");
+    const int interval = std::atoi(configured != nullptr ? configured : "60");
+    m_trace.prn("using prefix map interval of %d seconds", interval);
+
+    int last = 0;
+    if (!service->checkPrefixMap(&last).okay()) {
+        m_trace.prn("failed to retrieve initial counter value");
+        return;
+    }
+    for (;;) {
+        if (m_shutdown)
+            return;
+        int current = 0;
+        if (!service->checkPrefixMap(&current).okay()) {
+            m_trace.prn("failed to check the prefix map table");
+            return;
+        }
+        if (current > last) {
+            last = current;
+            if (!service->recreatePrefixMap().okay()) {
+                m_trace.prn("failed to recreate prefix table");
+                return;
+            }
+        }
+        int* item = nullptr;
+        switch (m_q.dequeue(item, interval, 0)) {
+        case osk::Queue<int*>::EMPTY:
+            m_trace.prn("prefix map thread checking for updates");
+            std::printf("prefix map thread checking for updates\n");
+            break;
+        case osk::Queue<int*>::INACTIVE:
+            m_trace.prn("prefix map thread shutting down");
+            return;
+        default:
+            break;
+        }
+    }
+}
+
+} // namespace velm

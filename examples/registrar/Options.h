@@ -1,0 +1,27 @@
+#ifndef VELM_REGISTRAR_OPTIONS_H
+#define VELM_REGISTRAR_OPTIONS_H
+
+#include "SipServer.h"
+
+#include <string>
+
+namespace registrar {
+
+struct Options {
+    ServerSettings server;
+    std::string domain;
+    // Empty: VELM_CONFIG, else /etc/velm/velm.conf.
+    std::string config;
+};
+
+// Reads the command line; false with the reason in `error`.
+bool parseOptions(int argc, char** argv, Options& options, std::string& error);
+extern const char USAGE[];
+
+// Loads the configuration file when one was named and, for a private server
+// of velmctl, points libpq at its socket ([Embedded] SocketDirectory, Port).
+bool loadConfiguration(const Options& options, std::string& error);
+
+} // namespace registrar
+
+#endif
