@@ -22,11 +22,11 @@ bool readCount(const char* text, int low, int high, int& value) {
 } // namespace
 
 const char USAGE[] =
-    "usage: velm-registrar [--address IPV4] [--port N] [--threads N] [--domain DOMAIN] [--config FILE]\n"
+    "usage: velm-registrar --domain DOMAIN [--address IPV4] [--port N] [--threads N] [--config FILE]\n"
+    "  --domain    the primary SIP domain (routing composes the conference server's URI from it)\n"
     "  --address   address to listen on (default 127.0.0.1)\n"
     "  --port      UDP port (default 5060; 0 picks a free one)\n"
     "  --threads   worker threads, each with its own database connection (default: the number of cores)\n"
-    "  --domain    the primary SIP domain\n"
     "  --config    velm.conf to read (default: VELM_CONFIG, else /etc/velm/velm.conf)\n";
 
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
@@ -58,6 +58,10 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
             error = "invalid value of " + name + ": " + value;
             return false;
         }
+    }
+    if (options.domain.empty()) {
+        error = "--domain is required";
+        return false;
     }
     return true;
 }

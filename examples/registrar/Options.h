@@ -14,7 +14,8 @@ struct Options {
     std::string config;
 };
 
-// Reads the command line; false with the reason in `error`.
+// Reads the command line; false with the reason in `error` (empty for
+// --help).
 bool parseOptions(int argc, char** argv, Options& options, std::string& error);
 extern const char USAGE[];
 

@@ -8,31 +8,39 @@
 
 namespace registrar {
 
-Redirector::Redirector(velm::LocationService& service) : m_service(service), m_bindings(service) {}
+Redirector::Redirector(velm::LocationService& service) : m_service(service) {}
 
 SipResponse Redirector::handle(const SipRequest& request) {
     const std::string uri = request.requestUri();
     const long now = static_cast<long>(time(nullptr));
-    int key = 0;
+    std::string ordering;
+    bool redirect = false;
     std::vector<velm::ContactRecord> contacts;
-    velm::DatabaseResult result = m_bindings.key(request.requestUser(), request.requestHost(), key);
+    velm::DatabaseResult result = m_service.lookupContacts(uri.c_str(), ordering, redirect, contacts, nullptr);
     if (result.okay()) {
-        result = m_bindings.current(key, now, contacts);
-        if (!result.okay())
-            return databaseFailure("lookup of " + uri, result);
+        contacts = reachable(contacts, now);
         return contacts.empty() ? SipResponse(480, "Temporarily Unavailable") : redirectTo(contacts);
     }
     if (!result.notFound())
         return databaseFailure("lookup of " + uri, result);
 
-    // Not a subscriber: perhaps a number or an address that a map routes.
-    std::string ordering;
-    bool redirect = false;
-    result = m_service.lookupAddressMap(uri.c_str(), ordering, redirect, contacts);
-    if (result.notFound())
-        return SipResponse(404, "Not Found");
-    if (!result.okay())
-        return databaseFailure("address map lookup of " + uri, result);
+    // Not a subscriber: perhaps a number that a digit prefix routes, or an
+    // address that an address map routes.
+    contacts.clear();
+    result = m_service.lookupDigitMap(uri.c_str(), ordering, redirect, contacts);
+    if (!result.okay() && result.getErrorMessage() == "no contact found")
+        return SipResponse(480, "Temporarily Unavailable");
+    if (!result.okay() && !result.notFound())
+        return databaseFailure("digit map lookup of " + uri, result);
+    // Without a prefix tree the digit map answers ok but empty.
+    if (!result.okay() || contacts.empty()) {
+        contacts.clear();
+        result = m_service.lookupAddressMap(uri.c_str(), ordering, redirect, contacts);
+        if (result.notFound())
+            return SipResponse(404, "Not Found");
+        if (!result.okay())
+            return databaseFailure("address map lookup of " + uri, result);
+    }
     contacts = reachable(contacts, now);
     return contacts.empty() ? SipResponse(480, "Temporarily Unavailable") : redirectTo(contacts);
 }

@@ -16,8 +16,8 @@ class SipRequest;
 
 // Answers a request to a user with where to find the user: 302 with the
 // Contacts in routing order, 404 for an unknown user, 480 for a user without
-// a reachable contact. A request for no subscriber is routed by the address
-// maps.
+// a reachable contact. A request for no subscriber is routed by the digit
+// prefixes, then by the address maps.
 class Redirector {
 public:
     explicit Redirector(velm::LocationService& service);
@@ -26,7 +26,6 @@ public:
 
 private:
     velm::LocationService& m_service;
-    Bindings m_bindings;
 };
 
 // 302 listing `contacts` in the order given, with q-values falling from 1 by

@@ -4,6 +4,7 @@
 #include "LocationService.h"
 #include "LocationServicePool.h"
 #include "Options.h"
+#include "PrefixMapMonitor.h"
 #include "SipRequest.h"
 #include "SipServer.h"
 #include "Trace.h"
@@ -42,12 +43,16 @@ int main(int argc, char** argv) {
         velm::LocationServicePool::destroy();
         return 3;
     }
-    if (!options.domain.empty())
-        service->setPrimaryDomain(options.domain);
+    service->setPrimaryDomain(options.domain);
+    velm::DatabaseResult prefixes = service->createPrefixMap();
+    if (!prefixes.okay())
+        trace.log("no digit-prefix routes: %s", prefixes.getErrorMessage().c_str());
+    velm::PrefixMapMonitor::instance();
 
     registrar::SipServer server(options.server);
     if (!server.open(error)) {
         std::fprintf(stderr, "velm-registrar: %s\n", error.c_str());
+        velm::PrefixMapMonitor::destroy();
         velm::LocationServicePool::destroy();
         return 1;
     }
@@ -62,6 +67,8 @@ int main(int argc, char** argv) {
     sigwait(&stopSignals, &signal);
     trace.log("signal %d: stopping", signal);
     server.stop();
+    // The monitor's thread uses a pooled connection: it goes first.
+    velm::PrefixMapMonitor::destroy();
     velm::LocationServicePool::destroy();
     return 0;
 }
