@@ -310,7 +310,7 @@ public:
 
 private:
     // Helpers of the lookups and visiting users.
-    // The node of the subscriber owning handle@domain (escaped texts):
+    // The node of the subscriber owning handle@domain:
     // `node` is empty when the subscriber has no node row or a NULL node;
     // `found` tells whether a row came back.
     DatabaseResult subscriberNode(const std::string& handle, const std::string& domain, bool& found,
