@@ -227,7 +227,7 @@ const std::vector<Operation>& operations() {
 class FaultRun {
 public:
     explicit FaultRun(const Operation& operation) {
-        velm::AppProperties::clear();
+        velmtest::resetProperties();
         key = velmtest::provisionAddress(db, 1, "alice", "example.com");
         int csid = std::atoi(db.admin().value("SELECT csid FROM public_address WHERE public_address_id = " +
                                               std::to_string(key)).c_str());
