@@ -48,8 +48,8 @@ public:
     const std::string& getErrorMessage() { return m_errorMsg; }
 
     // Subscribers, contact sets and public addresses. The int commands answer
-    // 0 (or a count) for success, -1 for failure and -2 for bad arguments;
-    // texts go into the statements unescaped.
+    // 0 (or a count) for success, -1 for failure and -2 for bad arguments.
+    // Every text a caller passes to a command is escaped in its statement.
     int addSubscriber(const SubscriberRecord& subscriber);
     // 1 found, 0 not found. With `retry`, waits up to ten seconds for a
     // subscriber another node is still provisioning. The password comes back
@@ -127,6 +127,8 @@ public:
     DatabaseResult delOldEventNotify();
     // PostgreSQL 15 rejects the statement: the id runs into the "and" that
     // follows it ("5and"), which it no longer reads as a number and a keyword.
+    // The id stands unquoted in the statement, so one that is not a decimal
+    // number (blanks around it allowed) is a bad parameter.
     DatabaseResult getSipEventAggregator(const std::string& id, SipEventAggregator& aggregator);
     DatabaseResult getSipEventAggregators(std::vector<SipEventAggregator>& aggregators);
 

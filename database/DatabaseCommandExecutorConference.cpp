@@ -1,5 +1,6 @@
 #include "DatabaseCommandExecutor.h"
 
+#include "EscapedString.h"
 #include "QueryResultPtr.h"
 #include "SafeLock.h"
 
@@ -25,7 +26,7 @@ DatabaseResult DatabaseCommandExecutor::useOneAvailConfExt(const char* pAuthUser
     // trunk (acp).
     std::string ownTrunk = std::string("BEGIN; SELECT free_conference.extension,conf_status") +
                            "   FROM  subscriber,extension,free_conference" +
-                           "    WHERE subscriber.auth_user_id = '" + pAuthUser + "'     AND extension.sid = subscriber.sid" +
+                           "    WHERE subscriber.auth_user_id = '" + EscapedString(pAuthUser).value() + "'     AND extension.sid = subscriber.sid" +
                            "    AND free_conference.acp_id = extension.acp_id LIMIT 1;";
 
     // Within the process the lock keeps a second reservation from reading the

@@ -3,6 +3,7 @@
 #include "ColumnText.h"
 #include "DatabaseConnection.h"
 #include "DomainAccess.h"
+#include "EscapedString.h"
 #include "HostInfo.h"
 #include "ProxyConfig.h"
 #include "QueryResultPtr.h"
@@ -100,7 +101,7 @@ DatabaseResult DatabaseCommandExecutor::getProxyConfig(const char* proxyName, st
     }
     // The proxy's name is the application its items are kept under.
     std::string sql = std::string("SELECT scope, name, value  FROM system_parameters   WHERE application = '") +
-                      proxyName + "'";
+                      EscapedString(proxyName).value() + "'";
     m_trace.prn("looking up proxy configuration for %s", proxyName);
     QueryResultPtr result;
     if (!fetch(sql, result, outcome))
@@ -137,11 +138,12 @@ DatabaseResult DatabaseCommandExecutor::getSystemParameterValue(const std::strin
         error(message);
         return failure(DatabaseResult::QUERY_ERROR);
     }
-    std::string sql = "SELECT system_parameters.value "
-                      "FROM system_parameters "
-                      "WHERE (((system_parameters.application = '" +
-                      application + "') AND (system_parameters.scope = '" + scope +
-                      "')) AND (system_parameters.name = '" + name + "'));";
+    std::string sql = std::string("SELECT system_parameters.value "
+                                  "FROM system_parameters "
+                                  "WHERE (((system_parameters.application = '") +
+                      EscapedString(application).value() + "') AND (system_parameters.scope = '" +
+                      EscapedString(scope).value() + "')) AND (system_parameters.name = '" + EscapedString(name).value() +
+                      "'));";
     // No connection check, and a statement that did not run is only traced:
     // callers test the value for emptiness. A rejected statement reads as no
     // rows.

@@ -17,15 +17,15 @@ namespace velm {
 namespace {
 
 // The columns of a contact row after its owner, the same for the stored
-// function and the plain insert. Texts that come from the network are escaped.
+// function and the plain insert. Every text comes from the network.
 void addContactValues(ValueString& list, const ContactRecord& contact) {
-    list.add("address", EscapedString(contact.address()).value());
+    list.addEscaped("address", contact.address().c_str());
     list.addExplicit("expires", contact.expires());
-    list.add("permanent", contact.permanent());
-    list.add("qvalue", contact.qvalue());
-    list.add("capabilities", contact.capabilities());
-    list.add("contact_header", EscapedString(contact.contactHeader()).value());
-    list.add("call_id", EscapedString(contact.callId()).value());
+    list.addEscaped("permanent", contact.permanent());
+    list.addEscaped("qvalue", contact.qvalue());
+    list.addEscaped("capabilities", contact.capabilities());
+    list.addEscaped("contact_header", contact.contactHeader().c_str());
+    list.addEscaped("call_id", contact.callId().c_str());
     list.addExplicit("cseq", contact.cseq());
 }
 
@@ -35,8 +35,8 @@ int DatabaseCommandExecutor::addContact(const char* handle, const char* domain, 
     if (!checkConnect())
         return -1;
     ValueString list;
-    list.add("handle", handle);
-    list.add("sip_domain", domain);
+    list.addEscaped("handle", handle);
+    list.addEscaped("sip_domain", domain);
     addContactValues(list, contact);
     return callFunction(std::string("SELECT add_contact") + list.values());
 }
@@ -61,11 +61,10 @@ int DatabaseCommandExecutor::removeContact(const char* handle, const char* domai
         error("invalid parameters");
         return -1;
     }
-    EscapedString escapedAddress(address);
     ValueString list;
-    list.add("handle", handle);
-    list.add("sip_domain", domain);
-    list.add("address", escapedAddress.value());
+    list.addEscaped("handle", handle);
+    list.addEscaped("sip_domain", domain);
+    list.addEscaped("address", address);
     std::string sql = std::string("SELECT remove_contact") + list.values();
     m_trace.prn("%s", sql.c_str());
     QueryResultPtr result;

@@ -60,6 +60,14 @@ DatabaseResult DatabaseCommandExecutor::getSipEventAggregator(const std::string&
     DatabaseResult outcome;
     if (!connected(outcome))
         return outcome;
+    // Blanks around the number are harmless ("5 " is how callers make the
+    // statement work); anything else could extend the statement.
+    size_t first = id.find_first_not_of(' ');
+    size_t last = id.find_last_not_of(' ');
+    if (first == std::string::npos || id.find_first_not_of("0123456789", first) <= last) {
+        error("invalid aggregator id");
+        return failure(DatabaseResult::BADPARAM);
+    }
     std::string sql = std::string(AGGREGATOR_SELECT) + "sea.id=" + id + "and sea.sid=cs.sid and cs.csid=c.csid;";
     m_trace.prn("%s", sql.c_str());
     QueryResultPtr result;

@@ -3,6 +3,7 @@
 #include "DatabaseCommandExecutor.h"
 
 #include "ColumnText.h"
+#include "EscapedString.h"
 #include "PublicAddressRecord.h"
 #include "QueryResultPtr.h"
 
@@ -20,7 +21,7 @@ DatabaseResult DatabaseCommandExecutor::lookupPublicAddress(const char* handle, 
         return fail(DatabaseResult::QUERY_ERROR, "invalid parameters");
     std::string sql = std::string("SELECT handle, sip_domain, csid, scope, public_address_id FROM public_address "
                                   "WHERE  handle='") +
-                      handle + "' AND sip_domain='" + domain + "'";
+                      EscapedString(handle).value() + "' AND sip_domain='" + EscapedString(domain).value() + "'";
     QueryResultPtr result;
     DatabaseResult outcome = execute(sql, result);
     if (!outcome.okay())
@@ -73,7 +74,8 @@ DatabaseResult DatabaseCommandExecutor::getIdentity(const char* handle, const ch
         return fail(DatabaseResult::QUERY_ERROR, "invalid handle/domain parameters");
     std::string sql = std::string("SELECT identity.pidentity, identity.display_name  FROM public_address, identity, "
                                   "contact_set, subscriber WHERE public_address.handle='") +
-                      handle + "' AND public_address.sip_domain='" + domain +
+                      EscapedString(handle).value() + "' AND public_address.sip_domain='" +
+                      EscapedString(domain).value() +
                       "' AND public_address.csid=contact_set.csid  AND contact_set.sid=subscriber.sid  AND "
                       "identity.sid=subscriber.sid ";
     QueryResultPtr result;
@@ -128,7 +130,7 @@ DatabaseResult DatabaseCommandExecutor::lookupExtension(const std::string& exten
     m_trace.prn("looking up extension from public_address table");
     std::string sql = std::string("SELECT p.public_address_id, p.handle, p.sip_domain ") +
                       "FROM public_address p WHERE p.primary_handle = 't' AND " +
-                      "p.csid IN (SELECT p.csid FROM public_address p WHERE p.handle = '" + extension + "');";
+                      "p.csid IN (SELECT p.csid FROM public_address p WHERE p.handle = '" + EscapedString(extension).value() + "');";
     QueryResultPtr result;
     DatabaseResult outcome = selectRows(sql, result, "lookupExtension");
     if (!outcome.okay())

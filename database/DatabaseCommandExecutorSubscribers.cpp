@@ -4,6 +4,7 @@
 #include "ColumnText.h"
 #include "ContactSetRecord.h"
 #include "Crypt.h"
+#include "EscapedString.h"
 #include "PublicAddressRecord.h"
 #include "QueryResultPtr.h"
 #include "SubscriberRecord.h"
@@ -30,11 +31,11 @@ int DatabaseCommandExecutor::addSubscriber(const SubscriberRecord& subscriber) {
         return -1;
     ValueString list;
     list.add("sid", std::to_string(subscriber.sid()));
-    list.add("auth_user_id", subscriber.userId());
-    list.add("s_type", subscriber.type());
-    list.add("auth_type", subscriber.authType());
-    list.add("s_password", subscriber.password());
-    list.add("active", subscriber.active());
+    list.addEscaped("auth_user_id", subscriber.userId());
+    list.addEscaped("s_type", subscriber.type());
+    list.addEscaped("auth_type", subscriber.authType());
+    list.addEscaped("s_password", subscriber.password());
+    list.addEscaped("active", subscriber.active());
     std::string sql = std::string("INSERT INTO subscriber ") + list.names() + " VALUES" + list.values();
     QueryResultPtr result;
     if (!run(sql, result))
@@ -54,8 +55,8 @@ int DatabaseCommandExecutor::lookupSubscriber(const char* handle, const char* do
                                   "subscriber.auth_type, subscriber.s_password, subscriber.active") +
                       " FROM public_address,contact_set,subscriber WHERE " +
                       " subscriber.sid = contact_set.sid AND contact_set.csid = public_address.csid " +
-                      " AND public_address.handle = '" + handle + "' AND public_address.sip_domain = '" + domain +
-                      "'";
+                      " AND public_address.handle = '" + EscapedString(handle).value() +
+                      "' AND public_address.sip_domain = '" + EscapedString(domain).value() + "'";
     m_trace.prn("%s", sql.c_str());
 
     QueryResultPtr result;
@@ -102,7 +103,8 @@ int DatabaseCommandExecutor::changeSubscriberPassword(int sid, const char* passw
         error("missing parameters");
         return -1;
     }
-    std::string sql = std::string("UPDATE subscriber SET s_password='") + password + "' WHERE sid='" +
+    std::string sql = std::string("UPDATE subscriber SET s_password='") + EscapedString(password).value() +
+                      "' WHERE sid='" +
                       std::to_string(sid) + "';";
     int count = 0;
     if (!executeUpdate(sql, count))
@@ -116,7 +118,7 @@ DatabaseResult DatabaseCommandExecutor::addContactSet(const ContactSetRecord& co
     ValueString list;
     list.add("sid", std::to_string(contactSet.sid()));
     list.add("csid", std::to_string(contactSet.csid()));
-    list.add("ordering", contactSet.ordering());
+    list.addEscaped("ordering", contactSet.ordering());
     return execute(std::string("INSERT INTO contact_set") + list.names() + " VALUES" + list.values());
 }
 
@@ -125,8 +127,8 @@ int DatabaseCommandExecutor::createPublicAddress(int sid, const char* handle, co
         return -1;
     ValueString list;
     list.add("sid", std::to_string(sid).c_str());
-    list.add("handle", handle);
-    list.add("sip_domain", domain);
+    list.addEscaped("handle", handle);
+    list.addEscaped("sip_domain", domain);
     return callFunction(std::string("SELECT create_public_address") + list.values());
 }
 
@@ -134,9 +136,9 @@ int DatabaseCommandExecutor::aliasPublicAddress(const char* handle, const char* 
     if (!checkConnect())
         return -1;
     ValueString list;
-    list.add("handle", handle);
-    list.add("sip_domain", domain);
-    list.add("alias", alias);
+    list.addEscaped("handle", handle);
+    list.addEscaped("sip_domain", domain);
+    list.addEscaped("alias", alias);
     return callFunction(std::string("SELECT create_public_address_alias") + list.values());
 }
 
@@ -145,10 +147,10 @@ int DatabaseCommandExecutor::importPublicAddress(const char* sid, const char* ha
     if (!checkConnect())
         return -1;
     ValueString list;
-    list.add("sid", sid);
-    list.add("handle", handle);
-    list.add("sip_domain", domain);
-    list.add("contact", contact);
+    list.addEscaped("sid", sid);
+    list.addEscaped("handle", handle);
+    list.addEscaped("sip_domain", domain);
+    list.addEscaped("contact", contact);
     return callFunction(std::string("SELECT import_public_address") + list.values());
 }
 
@@ -160,8 +162,8 @@ int DatabaseCommandExecutor::addPublicAddress(const PublicAddressRecord& address
         return -1;
     }
     ValueString list;
-    list.add("handle", address.handle());
-    list.add("sip_domain", address.domain());
+    list.addEscaped("handle", address.handle());
+    list.addEscaped("sip_domain", address.domain());
     list.add("csid", std::to_string(address.csid()));
     std::string sql = std::string("INSERT INTO public_address") + list.names() + " VALUES" + list.values();
     QueryResultPtr result;

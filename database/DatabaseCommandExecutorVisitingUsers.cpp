@@ -1,5 +1,6 @@
 #include "DatabaseCommandExecutor.h"
 
+#include "EscapedString.h"
 #include "QueryResultPtr.h"
 #include "ValueString.h"
 
@@ -145,8 +146,8 @@ DatabaseResult DatabaseCommandExecutor::updateTimer(const char* handle, const ch
     std::string sql = std::string("SELECT contact_set.sid, replica_extra.expires ") +
                       "FROM public_address, contact_set, replica_extra WHERE " +
                       "contact_set.csid = public_address.csid " + "AND contact_set.sid = replica_extra.id " +
-                      " AND public_address.handle = '" + handle + "' AND public_address.sip_domain = '" + domain +
-                      "';";
+                      " AND public_address.handle = '" + EscapedString(handle).value() +
+                      "' AND public_address.sip_domain = '" + EscapedString(domain).value() + "';";
     m_trace.prn("DB cmd: %s", sql.c_str());
     QueryResultPtr result;
     if (!fetch(sql, result, outcome))

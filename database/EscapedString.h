@@ -6,7 +6,9 @@
 namespace velm {
 
 // A text made safe for a single-quoted SQL literal, the way libpq escapes it
-// (quotes and backslashes doubled). A null text gives the empty text.
+// for the server it last connected to: quotes doubled, and backslashes too
+// when that server does not read standard-conforming strings. A C string
+// ends at its first NUL. A null text gives the empty text.
 class EscapedString {
 public:
     explicit EscapedString(const char* text);

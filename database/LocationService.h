@@ -120,6 +120,20 @@ public:
     DatabaseResult getIdentity(const char* user, const char* domain, std::string& identity);
     DatabaseResult getIdentity(int key, std::string& identity);
     DatabaseResult getPublicAddress(int key, std::string& user, std::string& domain);
+    // The subscriber with its password. A user unknown here is asked for at
+    // the administration service (system_parameters top_url, EdgeUsername,
+    // EdgePassword), recorded as a visitor, and read again for up to ten
+    // seconds while replication brings its rows.
+    DatabaseResult lookupSubscriberPassword(const char* handle, const char* domain, SubscriberRecord& subscriber);
+    // Visitors (replica_extra). `home` is false for a recorded visitor.
+    DatabaseResult isSubscriberHome(int sid, bool& home);
+    DatabaseResult addVisitingUser(int sid);
+    DatabaseResult deleteVisitingUser(int sid);
+    DatabaseResult getHomeNode_id(int& nodeId);
+    // Keeps the visitor behind handle@domain for `expires` more seconds,
+    // never for less than it already is.
+    DatabaseResult updateTimer(const char* handle, const char* domain, int expires);
+    DatabaseResult removeExpiredVisitingUsers();
 
     // Contact lookup and request routing; the conference server.
     // Every lookup answers with `ordering` (the contact set's, "cycle",
@@ -296,7 +310,7 @@ public:
 
 private:
     // Helpers of the lookups and visiting users.
-    // The node of the subscriber owning handle@domain (escaped texts):
+    // The node of the subscriber owning handle@domain:
     // `node` is empty when the subscriber has no node row or a NULL node;
     // `found` tells whether a row came back.
     DatabaseResult subscriberNode(const std::string& handle, const std::string& domain, bool& found,
@@ -311,6 +325,16 @@ private:
     // (-1: connection error and the alarm `alarmText`; -2: bad parameter);
     // okay for 0 and 1.
     DatabaseResult subscriberLookupResult(int found, const std::string& alarmText);
+    // Asks the administration service for the subscriber id of handle@domain
+    // (escaped texts) and records the visitor: okay with `sid` recorded, not
+    // found when the service or the configuration does not know it.
+    DatabaseResult fetchVisitor(const std::string& handle, const std::string& domain, int& sid);
+    // The node of visitor `sid` once its rows arrived; a visitor now homed
+    // here is no visitor any more.
+    DatabaseResult checkVisitorNode(int sid);
+    // The number of rows in replica_extra; a failure (always one of the
+    // database) raises the alarm of removeExpiredVisitingUsers step `step`.
+    DatabaseResult countVisitors(int step, int& count);
 
     // Helpers of routing and the conference server.
     // The conference server URI, composed again first when asked to; the

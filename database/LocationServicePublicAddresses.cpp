@@ -2,7 +2,6 @@
 #include "LocationService.h"
 
 #include "DatabaseCommandExecutor.h"
-#include "EscapedString.h"
 #include "LowerCase.h"
 #include "PublicAddressRecord.h"
 #include "Uri.h"
@@ -52,7 +51,7 @@ DatabaseResult LocationService::getPublicAddressKey(const char* user, const char
         return result;
     }
     PublicAddressRecord address;
-    result = m_exec->lookupPublicAddress(EscapedString(lowerUser).value(), EscapedString(lowerHost).value(), address);
+    result = m_exec->lookupPublicAddress(lowerUser.c_str(), lowerHost.c_str(), address);
     if (!result.okay()) {
         alarmOnFatal("getPublicAddressKey", result);
         m_trace.prn("lookup failed");
@@ -76,7 +75,7 @@ DatabaseResult LocationService::getPublicAddressKeyCSID(const char* user, const 
         return result;
     }
     PublicAddressRecord address;
-    result = m_exec->lookupPublicAddress(EscapedString(lowerUser).value(), EscapedString(lowerHost).value(), address);
+    result = m_exec->lookupPublicAddress(lowerUser.c_str(), lowerHost.c_str(), address);
     if (!result.okay()) {
         alarmOnFatal("getPublicAddressKeyCSID", result);
         m_trace.prn("lookup failed");
@@ -92,8 +91,7 @@ DatabaseResult LocationService::getIdentity(const char* user, const char* domain
     return guarded("getIdentity_2", [&](DatabaseCommandExecutor& exec) {
         if (user == nullptr || domain == nullptr)
             return missing("getIdentity: missing user or domain");
-        return exec.getIdentity(EscapedString(lowerCase(user)).value(), EscapedString(lowerCase(domain)).value(),
-                                identity);
+        return exec.getIdentity(lowerCase(user).c_str(), lowerCase(domain).c_str(), identity);
     });
 }
 

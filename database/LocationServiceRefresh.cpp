@@ -18,6 +18,8 @@ DatabaseResult LocationService::updateContacts(int key, std::vector<ContactRecor
     if (m_useAutoCommit)
         return updateContactsAC(key, contacts);
     DatabaseResult result;
+    if (!validQvalues(contacts, result))
+        return result;
     checkConnect(result);
     if (!result.okay())
         return result;
@@ -41,7 +43,7 @@ DatabaseResult LocationService::updateContacts(int key, std::vector<ContactRecor
     if (m_useAutoCommit)
         return updateContactsAC(key, contacts);
     DatabaseResult result = readyForSteps(addedContacts, deletedContacts, changedContacts);
-    if (!result.okay())
+    if (!result.okay() || !validQvalues(contacts, result))
         return result;
     m_trace.prn("updateContacts invoked for key=%d", key);
 
@@ -114,6 +116,8 @@ DatabaseResult LocationService::updateContacts(int key, std::vector<ContactRecor
 
 DatabaseResult LocationService::updateContactsAC(int key, std::vector<ContactRecord>& contacts) {
     DatabaseResult result;
+    if (!validQvalues(contacts, result))
+        return result;
     checkConnect(result);
     if (!result.okay())
         return result;

@@ -20,6 +20,8 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
     if (m_useAutoCommit)
         return registerContactsAC(key, contacts);
     DatabaseResult result;
+    if (!validQvalues(contacts, result))
+        return result;
     checkConnect(result);
     if (!result.okay())
         return result;
@@ -54,6 +56,12 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
     if (!result.okay())
         return failStep(result, OPERATION, 4, "registerContacts BEGIN failed: ", endBegin);
 
+    static const Closing endConvert{"END TRANSACTION;", "registerContacts qValue convert end failed try again: ", 8,
+                                    "registerContacts second qValue convert END failed : "};
+    DatabaseResult invalid;
+    if (!validQvalues(contacts, invalid))
+        return failStep(invalid, OPERATION, 0, "registerContacts qValue convert failed: ", endConvert);
+
     // The first contact of the REGISTER decides whether the new contacts
     // become the set's active contact.
     ContactRecord registering = contacts.empty() ? ContactRecord() : contacts.front();
@@ -65,16 +73,10 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
         level = parsed = inactive ? 0.0 : 0.8;
         m_trace.prn("%s", inactive ? "No conversion for registering contact qvalue - set to inactive "
                                    : "No conversion for registering contact qvalue - set to active ");
-    } else if (parseQvalue(registering.qvalue(), parsed)) {
+    } else {
+        parseQvalue(registering.qvalue(), parsed);
         level = parsed != 0.0 ? 0.8 : 0.0;
         m_trace.prn("conversion for registering contact: qvalue=%f", level);
-    } else {
-        static const Closing endConvert{"END TRANSACTION;", "registerContacts qValue convert end failed try again: ", 8,
-                                        "registerContacts second qValue convert END failed : "};
-        DatabaseResult invalid;
-        invalid.setBadParameter();
-        invalid.setErrorMessage("invalid qvalue '" + registering.qvalue() + "'");
-        return failStep(invalid, OPERATION, 0, "registerContacts qValue convert failed: ", endConvert);
     }
     m_trace.prn("registering contact qvalue (%f) not = qvalue zero (%f), so set to 0.8", parsed, 0.0);
 
@@ -150,6 +152,8 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
 
 DatabaseResult LocationService::registerContactsAC(int key, std::vector<ContactRecord>& contacts) {
     DatabaseResult result;
+    if (!validQvalues(contacts, result))
+        return result;
     checkConnect(result);
     if (!result.okay())
         return result;
@@ -167,6 +171,9 @@ DatabaseResult LocationService::registerContactsAC(int key, std::vector<ContactR
 }
 
 DatabaseResult LocationService::updateContact(int key, ContactRecord& contact) {
+    DatabaseResult invalid;
+    if (!validQvalues({contact}, invalid))
+        return invalid;
     return guarded("updateContact", [&](DatabaseCommandExecutor& exec) {
         m_trace.prn("updateContact invoked for key=%d", key);
         std::string csid = contact.csid() != -1 ? std::to_string(contact.csid()) : csidSelect(key);

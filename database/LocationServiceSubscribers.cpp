@@ -37,11 +37,9 @@ DatabaseResult LocationService::isLocalUser(const char* user, const char* domain
         return result;
     std::string lowerUser = lowerCase(user);
     std::string lowerDomain = lowerCase(domain);
-    EscapedString handle(lowerUser);
-    EscapedString host(lowerDomain);
     bool found = false;
     std::string node;
-    result = subscriberNode(handle.value(), host.value(), found, node);
+    result = subscriberNode(lowerUser, lowerDomain, found, node);
     if (!result.okay()) {
         alarmStep("isLocalUser", 1, result);
         return result;
@@ -79,9 +77,7 @@ DatabaseResult LocationService::lookupSubscriber(const char* handle, const char*
     std::string lowerHandle = lowerCase(handle);
     std::string lowerDomain = lowerCase(domain);
     m_trace.prn("looking up subscriber %s@%s", lowerHandle.c_str(), lowerDomain.c_str());
-    EscapedString escapedHandle(lowerHandle);
-    EscapedString escapedDomain(lowerDomain);
-    int found = m_exec->lookupSubscriber(escapedHandle.value(), escapedDomain.value(), subscriber, false);
+    int found = m_exec->lookupSubscriber(lowerHandle.c_str(), lowerDomain.c_str(), subscriber, false);
     if (found < 0)
         return subscriberLookupResult(found, "database failure - lookupSubscriber_1");
     if (found == 0) {
@@ -89,7 +85,7 @@ DatabaseResult LocationService::lookupSubscriber(const char* handle, const char*
         result.setNotFound();
         return result;
     }
-    return checkSubscriberNode("lookupSubscriber", 2, 3, escapedHandle.value(), escapedDomain.value(), subscriber);
+    return checkSubscriberNode("lookupSubscriber", 2, 3, lowerHandle, lowerDomain, subscriber);
 }
 
 DatabaseResult LocationService::subscriberLookupResult(int found, const std::string& alarmText) {
@@ -110,9 +106,10 @@ DatabaseResult LocationService::subscriberLookupResult(int found, const std::str
 DatabaseResult LocationService::subscriberNode(const std::string& handle, const std::string& domain, bool& found,
                                                std::string& node) {
     QueryResultPtr rows;
-    DatabaseResult result = m_exec->execute("SELECT velm_users.node_id FROM velm_users,public_address,contact_set "
-                                            "WHERE public_address.handle='" +
-                                                handle + "' AND public_address.sip_domain='" + domain +
+    DatabaseResult result = m_exec->execute(std::string("SELECT velm_users.node_id FROM velm_users,public_address,contact_set "
+                                                        "WHERE public_address.handle='") +
+                                                EscapedString(handle).value() + "' AND public_address.sip_domain='" +
+                                                EscapedString(domain).value() +
                                                 "' AND contact_set.csid=public_address.csid AND "
                                                 "velm_users.sid=contact_set.sid;",
                                             rows);

@@ -43,16 +43,31 @@ bool isInactive(const std::string& qvalue) {
 }
 
 bool parseQvalue(const std::string& text, double& value) {
-    const char* start = text.c_str();
-    char* end = nullptr;
-    double parsed = std::strtod(start, &end);
-    if (end == start)
+    size_t end = text.find_last_not_of(' ');
+    if (end == std::string::npos)
         return false;
-    while (*end == ' ')
-        ++end;
-    if (*end != '\0')
+    const std::string number = text.substr(0, end + 1);
+    size_t integral = number.find_first_not_of("0123456789");
+    if (integral == 0)
+        return false;
+    if (integral != std::string::npos &&
+        (number[integral] != '.' || number.find_first_not_of("0123456789", integral + 1) != std::string::npos))
+        return false;
+    double parsed = std::strtod(number.c_str(), nullptr);
+    if (parsed > 1.0)
         return false;
     value = parsed;
+    return true;
+}
+
+bool validQvalues(const std::vector<ContactRecord>& contacts, DatabaseResult& result) {
+    double value = 0;
+    for (const ContactRecord& contact : contacts)
+        if (!contact.qvalue().empty() && !parseQvalue(contact.qvalue(), value)) {
+            result.setBadParameter();
+            result.setErrorMessage("invalid qvalue '" + contact.qvalue() + "'");
+            return false;
+        }
     return true;
 }
 
@@ -65,6 +80,9 @@ std::string insertContact(const ContactRecord& contact, const std::string& csid,
     EscapedString header(contact.contactHeader());
     EscapedString callId(contact.callId());
     EscapedString path(contact.pathVector());
+    EscapedString qvalue(contact.qvalue());
+    EscapedString permanent(contact.permanent());
+    EscapedString capabilities(contact.capabilities());
     std::string sql = form == InsertForm::AutoCommit
                           ? "INSERT INTO contact(address,csid,qvalue,expires,permanent,capabilities,contact_header,"
                             "call_id,cseq,path_vector)  VALUES('"
@@ -72,8 +90,8 @@ std::string insertContact(const ContactRecord& contact, const std::string& csid,
                             "call_id,cseq, path_vector)  VALUES('";
     sql += address.value();
     sql += form == InsertForm::Script ? "'," : "', ";
-    sql += csid + ", '" + contact.qvalue() + "'," + number(contact.expires()) + ",'" + contact.permanent() + "','" +
-           contact.capabilities() + "','" + header.value() + "','" + callId.value() + "','" + number(contact.cseq()) +
+    sql += csid + ", '" + qvalue.value() + "'," + number(contact.expires()) + ",'" + permanent.value() + "','" +
+           capabilities.value() + "','" + header.value() + "','" + callId.value() + "','" + number(contact.cseq()) +
            "','" + path.value();
     sql += form == InsertForm::AutoCommit ? "')" : "'); ";
     return sql;
@@ -83,10 +101,12 @@ std::string updateContact(const ContactRecord& contact, const std::string& selec
     EscapedString header(contact.contactHeader());
     EscapedString callId(contact.callId());
     EscapedString path(contact.pathVector());
+    EscapedString qvalue(contact.qvalue());
+    EscapedString capabilities(contact.capabilities());
     return std::string("UPDATE contact SET contact_header = '") + header.value() +
            "', expires = " + number(contact.expires()) + ", call_id = '" + callId.value() + "', cseq = '" +
-           number(contact.cseq()) + "', qvalue = '" + contact.qvalue() + "', capabilities = '" +
-           contact.capabilities() + "', path_vector = '" + path.value() + "'" + selector;
+           number(contact.cseq()) + "', qvalue = '" + qvalue.value() + "', capabilities = '" + capabilities.value() +
+           "', path_vector = '" + path.value() + "'" + selector;
 }
 
 std::string byCsidAndAddress(const ContactRecord& contact, const std::string& csid, bool blankAfterEquals) {

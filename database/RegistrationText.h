@@ -1,6 +1,8 @@
 #ifndef VELM_REGISTRATIONTEXT_H
 #define VELM_REGISTRATIONTEXT_H
 
+#include "DatabaseResult.h"
+
 #include <string>
 #include <vector>
 
@@ -19,8 +21,12 @@ extern const char* const INACTIVE;
 std::string levelText(double level);
 bool isActive(const std::string& qvalue);
 bool isInactive(const std::string& qvalue);
-// False when `text` is not a number as a whole.
+// False unless `text` is a decimal number from 0 to 1 (digits, an optional
+// fraction, trailing blanks allowed): no sign, exponent, hex, nan or inf.
 bool parseQvalue(const std::string& text, double& value);
+// The qvalue check of every registration form: a bad parameter in `result`,
+// and false, for the first contact whose qvalue is given but not valid.
+bool validQvalues(const std::vector<ContactRecord>& contacts, DatabaseResult& result);
 
 // The contact set of public address `key`, as a sub-select.
 std::string csidSelect(int key);

@@ -1,5 +1,7 @@
 #include "ValueString.h"
 
+#include "EscapedString.h"
+
 void ValueString::separate(std::string& list) {
     if (list != "(")
         list += ",";
@@ -28,6 +30,17 @@ void ValueString::add(const char* name, const char* value) {
 
 void ValueString::add(const char* name, const std::string& value) {
     add(name, value.empty() ? nullptr : value.c_str());
+}
+
+void ValueString::addEscaped(const char* name, const char* value) {
+    if (value == nullptr)
+        add(name, value);
+    else
+        add(name, velm::EscapedString(value).value());
+}
+
+void ValueString::addEscaped(const char* name, const std::string& value) {
+    add(name, std::string(velm::EscapedString(value).value()));
 }
 
 void ValueString::addExplicit(const char* name, long value) {

@@ -6,7 +6,7 @@
 // The column list and the value list of one INSERT statement, built in step:
 // names() gives "(a,b,c)" and values() "('x',NULL,7)". Each of names() and
 // values() appends the closing parenthesis, so call each once per statement.
-// Values go in verbatim: escape untrusted text with velm::EscapedString first.
+// add() puts values in verbatim; addEscaped() escapes them first.
 class ValueString {
 public:
     ValueString() : m_names("("), m_values("(") {}
@@ -17,6 +17,10 @@ public:
     void add(const char* name, const char* value);
     // An empty text is stored as NULL.
     void add(const char* name, const std::string& value);
+    // As add(), with the value escaped for the quoted literal: the form for
+    // every text that comes from outside.
+    void addEscaped(const char* name, const char* value);
+    void addEscaped(const char* name, const std::string& value);
     // An unquoted number.
     void addExplicit(const char* name, long value);
 

@@ -1,7 +1,6 @@
 // Reading public addresses: by name, by id, by extension, walking them, and
 // the identity and primary address of their subscriber.
 #include "DatabaseCommandExecutor.h"
-#include "EscapedString.h"
 #include "Provisioning.h"
 #include "PublicAddressRecord.h"
 #include "TestServer.h"
@@ -64,12 +63,10 @@ TEST_F(PublicAddressCommands, LookupByNameFillsTheRecord) {
     EXPECT_EQ("invalid parameters", invalid.getErrorMessage());
 }
 
-TEST_F(PublicAddressCommands, HandlesAreNotEscapedHereSoCallersEscapeThem) {
+TEST_F(PublicAddressCommands, HandlesAreEscapedByTheCommand) {
     db.admin().exec("UPDATE public_address SET handle = 'o''brien' WHERE public_address_id = 12");
     velm::PublicAddressRecord address;
-    EXPECT_TRUE(exec.lookupPublicAddress("o'brien", "example.com", address).queryError());
-    velm::EscapedString escaped("o'brien");
-    ASSERT_TRUE(exec.lookupPublicAddress(escaped.value(), "example.com", address).okay()) << exec.getErrorMessage();
+    ASSERT_TRUE(exec.lookupPublicAddress("o'brien", "example.com", address).okay()) << exec.getErrorMessage();
     EXPECT_EQ("o'brien", address.handle());
     EXPECT_EQ(12, address.public_address_id());
 }

@@ -1,5 +1,7 @@
 #include "AppProperties.h"
 #include "Crypt.h"
+#include "ProfileService.h"
+#include "Provisioning.h"
 #include "TestServer.h"
 
 #include <gtest/gtest.h>
@@ -7,8 +9,10 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <sstream>
+#include <thread>
 
 namespace {
 
@@ -193,6 +197,65 @@ TEST(VelmctlEmbedded, StartsAPrivateServerThatTheDemoUsesAndStopsIt) {
     EXPECT_EQ(1, stopped.status);
     EXPECT_EQ("not running (" + dir + ")\n", stopped.out);
     std::system(("rm -rf " + scratch).c_str());
+}
+
+TEST_F(Velmctl, LookupShowsWhatTheLibraryKnowsOfAnAddress) {
+    ASSERT_EQ(0, velm("subscriber add alice@example.com").status);
+    db.admin().exec("INSERT INTO identity SELECT sid, 'sip:alice@example.com', 'Alice' FROM subscriber");
+    Result text = velm("lookup ALICE@Example.com");
+    ASSERT_EQ(0, text.status) << text.err;
+    for (const char* line : {"public address key:", "served by:", "this node", "\"Alice\" <sip:alice@example.com>",
+                             "(no contacts)"})
+        EXPECT_NE(std::string::npos, text.out.find(line)) << text.out;
+    Result json = velm("--json lookup alice@example.com");
+    ASSERT_EQ(0, json.status) << json.err;
+    EXPECT_NE(std::string::npos, json.out.find("\"served by\":\"this node\"")) << json.out;
+    EXPECT_EQ(1, velm("lookup nobody@example.com").status);
+    EXPECT_EQ(2, velm("lookup alice").status);
+}
+
+TEST_F(Velmctl, VisitorsAreListedAndTheExpiredOnesRemoved) {
+    long now = static_cast<long>(time(nullptr));
+    db.admin().exec("INSERT INTO replica_extra (id, expires) VALUES (11, " + std::to_string(now - 5) + "), (12, " +
+                    std::to_string(now + 600) + ")");
+    Result list = velm("--json visitor list");
+    ASSERT_EQ(0, list.status) << list.err;
+    EXPECT_NE(std::string::npos, list.out.find("{\"SID\":\"11\"")) << list.out;
+    EXPECT_NE(std::string::npos, list.out.find("{\"SID\":\"12\"")) << list.out;
+    Result expire = velm("visitor expire");
+    ASSERT_EQ(0, expire.status) << expire.err;
+    EXPECT_NE(std::string::npos, expire.out.find("removed 1 expired visitor(s)")) << expire.out;
+    EXPECT_EQ("12", db.admin().value("SELECT string_agg(id::text, ',') FROM replica_extra"));
+    EXPECT_EQ(2, velm("visitor").status);
+    EXPECT_EQ(2, velm("visitor forget").status);
+    EXPECT_EQ(2, velm("visitor list extra").status);
+}
+
+TEST_F(Velmctl, VisitorFetchRecordsWhatTheHomeNodeAnswered) {
+    velmtest::ProfileService home(77);
+    db.admin().exec("INSERT INTO system_parameters VALUES ('velm', 'system', 'top_url', '" + home.address() +
+                    "'), ('velm', 'system', 'EdgeUsername', 'edge'), ('velm', 'system', 'EdgePassword', 'pw')");
+    db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '1')");
+    std::thread replicator([&] {
+        if (!home.waitForRequest())
+            return;
+        velmtest::AdminConnection admin(db.name());
+        velmtest::Provisioning provisioning(admin);
+        provisioning.subscriber(77);
+        provisioning.contactSet(77, 77);
+        provisioning.publicAddress(77, "carol", "visited.example.com", 77, true);
+        admin.exec("INSERT INTO velm_users VALUES (77, 2)");
+    });
+    Result fetch = velm("visitor fetch carol@visited.example.com");
+    replicator.join();
+    ASSERT_EQ(0, fetch.status) << fetch.err;
+    EXPECT_NE(std::string::npos, fetch.out.find("another node (visiting)")) << fetch.out;
+    EXPECT_NE(std::string::npos, fetch.out.find("recorded visitor")) << fetch.out;
+    EXPECT_EQ("1", db.admin().value("SELECT count(*) FROM replica_extra WHERE id = 77"));
+
+    // Without a service address nothing can be fetched.
+    db.admin().exec("DELETE FROM system_parameters WHERE name = 'top_url'");
+    EXPECT_EQ(1, velm("visitor fetch dave@visited.example.com").status);
 }
 
 TEST_F(Velmctl, RouteTellsWhereARequestGoesAndWhoSaidSo) {

@@ -26,7 +26,7 @@ ServerAddress loadServer() {
     const char* file = std::getenv("VELM_TEST_ENV");
     if (file == nullptr)
         throw std::runtime_error("VELM_TEST_ENV is not set: run the tests through ctest");
-    ServerAddress address{readSetting(file, "PGHOST"), readSetting(file, "PGPORT")};
+    ServerAddress address{readSetting(file, "PGHOST"), readSetting(file, "PGPORT"), readSetting(file, "PGDIR")};
     if (address.host.empty())
         throw std::runtime_error(std::string("no test server described in ") + file);
     setenv("PGHOST", address.host.c_str(), 1);
@@ -41,8 +41,9 @@ const ServerAddress& server() {
     return address;
 }
 
-AdminConnection::AdminConnection(const std::string& database) {
-    std::string conninfo = "host=" + server().host + " port=" + server().port + " user=velm dbname=" + database;
+AdminConnection::AdminConnection(const std::string& database, const std::string& port) {
+    std::string conninfo = "host=" + server().host + " port=" + (port.empty() ? server().port : port) +
+                           " user=velm dbname=" + database;
     m_conn = PQconnectdb(conninfo.c_str());
     if (PQstatus(m_conn) != CONNECTION_OK)
         throw std::runtime_error(std::string("admin connection failed: ") + PQerrorMessage(m_conn));
@@ -99,10 +100,11 @@ void TestDatabase::terminateBackend(int pid) {
     EXPECT_EQ("t", m_admin->value("SELECT pg_terminate_backend(" + std::to_string(pid) + ")"));
 }
 
-ScratchServer::ScratchServer() : m_port(20000 + getpid() % 40000) {
+ScratchServer::ScratchServer(bool withSchema) : m_port(20000 + getpid() % 40000), m_withSchema(withSchema) {
     m_stateFile = "/tmp/velm-scratch-" + std::to_string(getpid()) + ".env";
     std::string command = "VELM_PG_SOCKDIR=" + server().host + " VELM_PG_PORT=" + std::to_string(m_port) + " " +
-                          VELM_PG_SCRIPT + " start " + m_stateFile + " >/dev/null";
+                          VELM_PG_SCRIPT + " start " + m_stateFile + (withSchema ? " " VELM_SCHEMA_FILE : "") +
+                          " >/dev/null";
     if (std::system(command.c_str()) != 0)
         throw std::runtime_error("cannot start a scratch server: " + command);
     m_running = true;
@@ -113,7 +115,13 @@ ScratchServer::~ScratchServer() {
 }
 
 std::string ScratchServer::database() const {
-    return "postgresql://:" + std::to_string(m_port) + "/postgres";
+    return "postgresql://:" + std::to_string(m_port) + (m_withSchema ? "/velm_template" : "/postgres");
+}
+
+void ScratchServer::restart() {
+    std::string command = std::string(VELM_PG_SCRIPT) + " restart " + m_stateFile + " >/dev/null";
+    if (std::system(command.c_str()) != 0)
+        ADD_FAILURE() << "cannot restart the scratch server";
 }
 
 void ScratchServer::stop() {

@@ -17,6 +17,9 @@ using Rows = std::vector<std::vector<std::string>>;
 struct ServerAddress {
     std::string host;
     std::string port;
+    // The server's directory; its log (every statement, log_statement=all)
+    // is server.log there.
+    std::string dir;
 };
 const ServerAddress& server();
 
@@ -25,7 +28,9 @@ const ServerAddress& server();
 // current test on any error.
 class AdminConnection {
 public:
-    explicit AdminConnection(const std::string& database);
+    // `port` picks a server of the run's socket directory other than the
+    // run's own (a ScratchServer's).
+    explicit AdminConnection(const std::string& database, const std::string& port = std::string());
     ~AdminConnection();
     AdminConnection(const AdminConnection&) = delete;
     AdminConnection& operator=(const AdminConnection&) = delete;
@@ -57,10 +62,11 @@ private:
     std::unique_ptr<AdminConnection> m_admin;
 };
 
-// A second, empty server of the test's own, for tests that stop a server.
+// A second server of the test's own, for tests that stop or restart a
+// server: empty, or `withSchema` with the schema in database velm_template.
 class ScratchServer {
 public:
-    ScratchServer();
+    explicit ScratchServer(bool withSchema = false);
     ~ScratchServer();
     ScratchServer(const ScratchServer&) = delete;
     ScratchServer& operator=(const ScratchServer&) = delete;
@@ -68,11 +74,16 @@ public:
     // The database argument that reaches it: a URL with its own port and no
     // host, so libpq finds it in the run's socket directory.
     std::string database() const;
+    std::string port() const { return std::to_string(m_port); }
     void stop();
+    // A fast shutdown (sessions end, committed work stays) and a start on the
+    // same data.
+    void restart();
 
 private:
     std::string m_stateFile;
     int m_port;
+    bool m_withSchema;
     bool m_running = false;
 };
 

@@ -85,6 +85,52 @@ void Output::contacts(const std::string& title, const std::string& aor,
     std::printf("\n");
 }
 
+void Output::record(const std::string& title, const std::vector<std::pair<std::string, std::string>>& fields) {
+    if (m_json) {
+        std::string item = "{\"title\":" + jsonText(title) + ",\"fields\":{";
+        for (size_t index = 0; index < fields.size(); ++index)
+            item += (index > 0 ? "," : "") + jsonText(fields[index].first) + ":" + jsonText(fields[index].second);
+        m_lists.push_back(item + "}}");
+        return;
+    }
+    std::printf("%s\n", title.c_str());
+    std::vector<std::vector<std::string>> rows;
+    for (const auto& field : fields)
+        rows.push_back({"  " + field.first + ":", field.second});
+    printTable(rows);
+    std::printf("\n");
+}
+
+void Output::table(const std::string& title, const std::vector<std::string>& columns,
+                   const std::vector<std::vector<std::string>>& rows) {
+    if (m_json) {
+        std::string item = "{\"title\":" + jsonText(title) + ",\"rows\":[";
+        for (size_t row = 0; row < rows.size(); ++row) {
+            item += row > 0 ? ",{" : "{";
+            for (size_t column = 0; column < columns.size() && column < rows[row].size(); ++column)
+                item += (column > 0 ? "," : "") + jsonText(columns[column]) + ":" + jsonText(rows[row][column]);
+            item += "}";
+        }
+        m_lists.push_back(item + "]}");
+        return;
+    }
+    std::printf("%s\n", title.c_str());
+    if (rows.empty()) {
+        std::printf("  (none)\n\n");
+        return;
+    }
+    std::vector<std::vector<std::string>> lines{{}};
+    for (const std::string& column : columns)
+        lines[0].push_back((lines[0].empty() ? "  " : "") + column);
+    for (const auto& row : rows) {
+        lines.push_back(row);
+        if (!row.empty())
+            lines.back()[0] = "  " + row[0];
+    }
+    printTable(lines);
+    std::printf("\n");
+}
+
 void Output::note(const std::string& text) {
     if (m_json)
         m_notes.push_back(text);

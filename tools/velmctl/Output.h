@@ -4,6 +4,7 @@
 #include "ContactRecord.h"
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace velmctl {
@@ -18,6 +19,13 @@ public:
     // One titled list of contacts of `aor`. In JSON all lists of a command
     // form one document, written by finish().
     void contacts(const std::string& title, const std::string& aor, const std::vector<velm::ContactRecord>& contacts);
+    // Named values under a title: "name: value" lines for people, an object
+    // of "fields" in JSON.
+    void record(const std::string& title, const std::vector<std::pair<std::string, std::string>>& fields);
+    // Rows under a title and column names: a table for people, an array of
+    // "rows" objects keyed by the column names in JSON.
+    void table(const std::string& title, const std::vector<std::string>& columns,
+               const std::vector<std::vector<std::string>>& rows);
     // A line of text for people; a "message" member in JSON.
     void note(const std::string& text);
     // "name: value" for people; a member of the document in JSON, a string

@@ -1,0 +1,458 @@
+// Hostile text through every way a caller hands text to the library: each
+// value either reaches the server as one quoted literal, escaped, or is
+// refused; no statement of its own ever runs.
+#include "AppProperties.h"
+#include "ContactRecord.h"
+#include "DatabaseCommandExecutor.h"
+#include "LocationService.h"
+#include "Provisioning.h"
+#include "ProxyConfig.h"
+#include "PublicAddressRecord.h"
+#include "Registrations.h"
+#include "SipEventAggregator.h"
+#include "SubscriberRecord.h"
+#include "TestServer.h"
+#include "Trace.h"
+
+#include <gtest/gtest.h>
+
+#include <cctype>
+#include <fstream>
+#include <functional>
+#include <iterator>
+#include <mutex>
+
+using velm::ContactRecord;
+using velm::DatabaseCommandExecutor;
+using velm::DatabaseResult;
+using velm::LocationService;
+using Contacts = std::vector<ContactRecord>;
+
+namespace {
+
+const char* const A = "sip:alice@192.0.2.10:5060";
+const std::string DROP = "'; DROP TABLE canary; --";
+
+// `reachesServer` false: the server refuses the text (it is not UTF-8), so
+// the operation fails and nothing is stored. `mayBeTooLong`: an indexed
+// column may refuse it (a query error, nothing stored).
+struct Hostile {
+    const char* name;
+    std::string value;
+    bool reachesServer;
+    bool mayBeTooLong = false;
+};
+
+const std::vector<Hostile>& hostileValues() {
+    static const std::vector<Hostile> values{
+        {"quote", "o'neil", true},
+        {"backslashes", "back\\slash\\", true},
+        {"semicolon", "a;b", true},
+        {"stacked statement", DROP, true},
+        {"escaped quote", "\\" + DROP, true},
+        {"NUL", std::string("cut\0", 4) + DROP, true},
+        {"not UTF-8", "\xff\xfe" + DROP, false},
+        {"UTF-8 lead byte before a quote", "\xc3" + DROP, false},
+        {"1 MB", std::string(1 << 20, 'x') + DROP, true, true},
+    };
+    return values;
+}
+
+// What a C string of `value` holds.
+std::string asCString(const std::string& value) {
+    return value.substr(0, value.find('\0'));
+}
+
+// The value as a single-quoted literal: quotes doubled. Backslashes stay as
+// they are, as the server reads standard-conforming strings.
+std::string literal(const std::string& value) {
+    std::string text = "'";
+    for (char c : asCString(value)) {
+        if (c == '\'')
+            text += c;
+        text += c;
+    }
+    return text + "'";
+}
+
+std::string lower(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+// The statements the library sends while it lives.
+class SentStatements : public velm::TraceSink {
+public:
+    SentStatements() {
+        velm::Trace::enable("DatabaseConnection", true);
+        velm::Trace::setSink(this);
+    }
+    ~SentStatements() override {
+        velm::Trace::setSink(nullptr);
+        velm::Trace::enable("DatabaseConnection", false);
+    }
+    void write(const char*, const char* text) override {
+        static const std::string prefix = "Executing query: \n";
+        std::string line(text);
+        if (line.rfind(prefix, 0) == 0)
+            m_statements.push_back(line.substr(prefix.size(), line.size() - prefix.size() - 1));
+    }
+    const std::vector<std::string>& statements() const { return m_statements; }
+
+private:
+    std::vector<std::string> m_statements;
+};
+
+// The server log from the moment this object is made.
+class ServerLog {
+public:
+    ServerLog() : m_path(velmtest::server().dir + "/server.log") {
+        std::ifstream log(m_path, std::ios::binary | std::ios::ate);
+        m_start = log.tellg();
+    }
+    std::string since() const {
+        std::ifstream log(m_path, std::ios::binary);
+        log.seekg(m_start);
+        return std::string(std::istreambuf_iterator<char>(log), std::istreambuf_iterator<char>());
+    }
+
+private:
+    std::string m_path;
+    std::streamoff m_start;
+};
+
+// One database and service for all values of one entry point; `key` is
+// alice@example.com, whose set holds A (header <A>) before each value.
+class Target {
+public:
+    Target() {
+        velm::AppProperties::clear();
+        key = velmtest::provisionAddress(db, 1, "alice", "example.com");
+        csid = std::atoi(
+            db.admin().value("SELECT csid FROM public_address WHERE public_address_id = " + std::to_string(key)).c_str());
+        db.admin().exec("CREATE TABLE canary (alive integer); INSERT INTO canary VALUES (1)");
+        EXPECT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
+    }
+    void reset() {
+        db.admin().exec("DELETE FROM contact");
+        velmtest::Provisioning(db.admin()).contact(csid, A, "0.800000", time(nullptr) + 3600);
+        service.m_useAutoCommit = false;
+    }
+    // The column of the one contact of the set; empty when there is none.
+    std::string stored(const char* column) {
+        velmtest::Rows rows = db.admin().query(std::string("SELECT ") + column + " FROM contact ORDER BY contact_id DESC");
+        return rows.empty() ? std::string() : rows[0][0];
+    }
+
+    velmtest::TestDatabase db;
+    LocationService service;
+    int key = 0;
+    int csid = 0;
+};
+
+// A field of a contact record that the registration forms put into their
+// statements, and the column it is stored in.
+struct Field {
+    const char* name;
+    void (*set)(ContactRecord&, const std::string&);
+    const char* column;
+};
+
+const Field ADDRESS{"address", [](ContactRecord& c, const std::string& v) { c.setAddress(v); }, "address"};
+const Field HEADER{"contact_header", [](ContactRecord& c, const std::string& v) { c.setContactHeader(v); },
+                   "contact_header"};
+const Field CALL_ID{"call_id", [](ContactRecord& c, const std::string& v) { c.setCallId(v); }, "call_id"};
+const Field PATH{"path_vector", [](ContactRecord& c, const std::string& v) { c.setPathVector(v); }, "path_vector"};
+const Field CAPABILITIES{"capabilities", [](ContactRecord& c, const std::string& v) { c.setCapabilities(v); },
+                         "capabilities"};
+const Field QVALUE{"qvalue", [](ContactRecord& c, const std::string& v) { c.setQvalue(v); }, "qvalue"};
+
+// How an entry point treats the hostile text.
+enum class Expect {
+    Stored,   // it becomes the field's stored value
+    Selects,  // it only selects rows (none match): the set stays as it was
+    Refused,  // a bad parameter; it goes into no statement
+};
+
+// One way in: a run with the hostile value, and what must come of it.
+struct EntryPoint {
+    std::string name;
+    std::function<DatabaseResult(Target&, const std::string&)> run;
+    Expect expect;
+    const char* column;
+};
+
+using Steps = DatabaseResult (LocationService::*)(int, Contacts&, Contacts&, Contacts&, Contacts&);
+using Plain = DatabaseResult (LocationService::*)(int, Contacts&);
+
+// The contact as it is registered, with one field replaced.
+ContactRecord registering(const Field& field, const std::string& value) {
+    ContactRecord record = velmtest::contact(A);
+    field.set(record, value);
+    return record;
+}
+
+std::function<DatabaseResult(Target&, const std::string&)> steps(Steps form, const Field& field) {
+    return [form, field](Target& t, const std::string& value) {
+        Contacts contacts{registering(field, value)}, added, deleted, changed;
+        return (t.service.*form)(t.key, contacts, added, deleted, changed);
+    };
+}
+
+std::function<DatabaseResult(Target&, const std::string&)> plain(Plain form, const Field& field, bool autoCommit) {
+    return [form, field, autoCommit](Target& t, const std::string& value) {
+        Contacts contacts{registering(field, value)};
+        t.service.m_useAutoCommit = autoCommit;
+        return (t.service.*form)(t.key, contacts);
+    };
+}
+
+std::function<DatabaseResult(Target&, const std::string&)> executor(
+    std::function<DatabaseResult(DatabaseCommandExecutor&, const char*)> command) {
+    return [command](Target& t, const std::string& value) { return command(*t.service.m_exec, value.c_str()); };
+}
+
+std::function<DatabaseResult(Target&, const std::string&)> facade(
+    std::function<DatabaseResult(LocationService&, const char*)> operation) {
+    return [operation](Target& t, const std::string& value) { return operation(t.service, value.c_str()); };
+}
+
+DatabaseResult fromInt(int answer) {
+    DatabaseResult result;
+    if (answer < 0)
+        result.setQueryError();
+    return result;
+}
+
+// Add a row here for every new operation that takes text from a caller.
+std::vector<EntryPoint> entryPoints() {
+    const Steps registerSteps = &LocationService::registerContacts;
+    const Steps refreshSteps = &LocationService::updateContacts;
+    const Plain registerPlain = &LocationService::registerContacts;
+    const Plain refreshPlain = &LocationService::updateContacts;
+    const Plain unregisterPlain = &LocationService::unregisterContacts;
+    std::vector<EntryPoint> points;
+    // Registration: a new contact (the set's own A is removed first).
+    for (const Field& field : {ADDRESS, HEADER, CALL_ID, PATH, CAPABILITIES}) {
+        auto fresh = [](std::function<DatabaseResult(Target&, const std::string&)> run) {
+            return [run](Target& t, const std::string& value) {
+                t.db.admin().exec("DELETE FROM contact");
+                return run(t, value);
+            };
+        };
+        points.push_back({std::string("RegisterSteps_") + field.name, fresh(steps(registerSteps, field)),
+                          Expect::Stored, field.column});
+        points.push_back({std::string("RegisterScript_") + field.name, fresh(plain(registerPlain, field, false)),
+                          Expect::Stored, field.column});
+        points.push_back({std::string("RegisterAutoCommit_") + field.name, fresh(plain(registerPlain, field, true)),
+                          Expect::Stored, field.column});
+    }
+    // Refreshing A: the step-by-step form finds it by its Contact header, the
+    // others by its address.
+    for (const Field& field : {CALL_ID, PATH, CAPABILITIES})
+        points.push_back({std::string("RefreshSteps_") + field.name, steps(refreshSteps, field), Expect::Stored,
+                          field.column});
+    for (const Field& field : {HEADER, CALL_ID, PATH, CAPABILITIES}) {
+        points.push_back({std::string("RefreshScript_") + field.name, plain(refreshPlain, field, false),
+                          Expect::Stored, field.column});
+        points.push_back({std::string("RefreshAutoCommit_") + field.name, plain(refreshPlain, field, true),
+                          Expect::Stored, field.column});
+        points.push_back({std::string("UpdateContact_") + field.name,
+                          [field](Target& t, const std::string& value) {
+                              ContactRecord record = registering(field, value);
+                              return t.service.updateContact(t.key, record);
+                          },
+                          Expect::Stored, field.column});
+    }
+    points.push_back({"RefreshScript_address", plain(refreshPlain, ADDRESS, false), Expect::Selects, nullptr});
+    points.push_back({"UnregisterScript_address", plain(unregisterPlain, ADDRESS, false), Expect::Selects, nullptr});
+    points.push_back({"UnregisterAutoCommit_address", plain(unregisterPlain, ADDRESS, true), Expect::Selects, nullptr});
+    points.push_back({"UnregisterWildcard_contact_header",
+                      [](Target& t, const std::string& value) {
+                          ContactRecord wildcard;
+                          wildcard.setAddress("*");
+                          wildcard.setContactHeader(value);
+                          Contacts contacts{wildcard};
+                          return t.service.unregisterContacts(t.key, contacts);
+                      },
+                      Expect::Selects, nullptr});
+    // A qvalue must be a number from 0 to 1 in every form.
+    points.push_back({"RegisterSteps_qvalue", steps(registerSteps, QVALUE), Expect::Refused, nullptr});
+    points.push_back({"RegisterScript_qvalue", plain(registerPlain, QVALUE, false), Expect::Refused, nullptr});
+    points.push_back({"RegisterAutoCommit_qvalue", plain(registerPlain, QVALUE, true), Expect::Refused, nullptr});
+    points.push_back({"RefreshSteps_qvalue", steps(refreshSteps, QVALUE), Expect::Refused, nullptr});
+    points.push_back({"RefreshScript_qvalue", plain(refreshPlain, QVALUE, false), Expect::Refused, nullptr});
+    points.push_back({"RefreshAutoCommit_qvalue", plain(refreshPlain, QVALUE, true), Expect::Refused, nullptr});
+    // The facade's lookups by name.
+    points.push_back({"IsLocalUser_user", facade([](LocationService& s, const char* v) {
+                          return s.isLocalUser(v, "example.com");
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"GetPublicAddressKey_user", facade([](LocationService& s, const char* v) {
+                          int key = 0;
+                          return s.getPublicAddressKey(v, "example.com", key);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"GetPublicAddressKeyCSID_host", facade([](LocationService& s, const char* v) {
+                          int key = 0, csid = 0;
+                          return s.getPublicAddressKeyCSID("alice", v, key, csid);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"FacadeLookupSubscriber_domain", facade([](LocationService& s, const char* v) {
+                          velm::SubscriberRecord found;
+                          return s.lookupSubscriber("alice", v, found);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"FacadeGetIdentity_user", facade([](LocationService& s, const char* v) {
+                          std::string identity;
+                          return s.getIdentity(v, "example.com", identity);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"LookupContacts_user", facade([](LocationService& s, const char* v) {
+                          std::string ordering;
+                          bool redirect = false;
+                          Contacts contacts;
+                          return s.lookupContacts(v, "example.com", "sip:alice@example.com", ordering, redirect,
+                                                  contacts);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"FacadeGetProxyConfig", facade([](LocationService& s, const char* v) {
+                          std::vector<velm::ProxyConfig> items;
+                          return s.getProxyConfig(v, items);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"ResolveConfSvrUri_authUser", facade([](LocationService& s, const char* v) {
+                          bool flag = false;
+                          ContactRecord bridge;
+                          return s.resolveConfSvrUri(v, flag, bridge);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"GetSipEventAggregator_id", facade([](LocationService& s, const char* v) {
+                          velm::SipEventAggregator aggregator;
+                          return s.getSipEventAggregator(v, aggregator);
+                      }),
+                      Expect::Refused, nullptr});
+    // The executor's commands that take text.
+    points.push_back({"LookupPublicAddress_handle", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          velm::PublicAddressRecord found;
+                          return e.lookupPublicAddress(v, "example.com", found);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"GetIdentity_domain", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          std::string identity;
+                          return e.getIdentity("alice", v, identity);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"LookupExtension", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          int paid = 0, registered = 0;
+                          std::string handle, domain;
+                          return e.lookupExtension(v, paid, handle, domain, registered);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"LookupSubscriber_handle", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          velm::SubscriberRecord found;
+                          return fromInt(e.lookupSubscriber(v, "example.com", found, false));
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"GetProxyConfig", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          std::vector<velm::ProxyConfig> items;
+                          return e.getProxyConfig(v, items);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"GetSystemParameterValue_name", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          std::string value;
+                          return e.getSystemParameterValue("velm", "system", v, value);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"UpdateTimer_handle", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          return e.updateTimer(v, "example.com", 60);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"UseOneAvailConfExt", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          std::string extension;
+                          return e.useOneAvailConfExt(v, extension);
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"RemoveContact_domain", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          return fromInt(e.removeContact("alice", v, A));
+                      }),
+                      Expect::Selects, nullptr});
+    points.push_back({"AddContact_capabilities", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          ContactRecord record = registering(CAPABILITIES, v);
+                          record.setAddress("sip:other@192.0.2.30");
+                          return fromInt(e.addContact("alice", "example.com", record));
+                      }),
+                      Expect::Stored, "capabilities"});
+    points.push_back({"ChangeSubscriberPassword", executor([](DatabaseCommandExecutor& e, const char* v) {
+                          return fromInt(e.changeSubscriberPassword(1, v));
+                      }),
+                      Expect::Stored, "(SELECT s_password FROM subscriber WHERE sid = 1)"});
+    return points;
+}
+
+void PrintTo(const EntryPoint& entry, std::ostream* out) {
+    *out << entry.name;
+}
+
+class Injection : public testing::TestWithParam<EntryPoint> {};
+
+TEST_P(Injection, EachValueIsOneEscapedLiteralOrRefused) {
+    const EntryPoint& entry = GetParam();
+    Target target;
+    for (const Hostile& hostile : hostileValues()) {
+        SCOPED_TRACE(hostile.name);
+        target.reset();
+        const std::string before = target.stored("address || ' ' || cseq");
+        ServerLog log;
+        DatabaseResult result;
+        std::vector<std::string> sent;
+        {
+            SentStatements statements;
+            result = entry.run(target, hostile.value);
+            sent = statements.statements();
+        }
+
+        EXPECT_EQ("1", target.db.admin().value("SELECT count(*) FROM canary"));
+        if (entry.expect == Expect::Refused) {
+            // The step-by-step registration still opens and ends its
+            // transaction; no statement carries the value.
+            EXPECT_TRUE(result.badParameter()) << result.getErrorMessage();
+            for (const std::string& statement : sent)
+                EXPECT_EQ(std::string::npos, statement.find(asCString(hostile.value))) << statement;
+            continue;
+        }
+        if (!hostile.reachesServer) {
+            if (entry.expect == Expect::Stored) {
+                EXPECT_FALSE(result.okay());
+                EXPECT_NE(asCString(hostile.value), target.stored(entry.column));
+            }
+            continue;
+        }
+        // The value went out once or more as one literal, and the server ran
+        // each statement exactly as it was sent.
+        const std::string logged = log.since();
+        // Names are compared in lower case, so the facade may lower them.
+        const std::string quoted = lower(literal(hostile.value));
+        int carrying = 0;
+        for (const std::string& statement : sent) {
+            carrying += lower(statement).find(quoted) != std::string::npos;
+            EXPECT_NE(std::string::npos, logged.find("statement: " + statement)) << statement.substr(0, 200);
+        }
+        EXPECT_GT(carrying, 0);
+        if (entry.expect == Expect::Stored && !result.okay() && hostile.mayBeTooLong) {
+            EXPECT_TRUE(result.queryError());
+            EXPECT_TRUE(asCString(hostile.value) != target.stored(entry.column));
+        } else if (entry.expect == Expect::Stored) {
+            EXPECT_TRUE(result.okay()) << result.getErrorMessage().substr(0, 300);
+            EXPECT_TRUE(asCString(hostile.value) == target.stored(entry.column));
+        } else {
+            EXPECT_EQ(before, target.stored("address || ' ' || cseq"));
+        }
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(EntryPoints, Injection, testing::ValuesIn(entryPoints()),
+                         [](const testing::TestParamInfo<EntryPoint>& info) { return info.param.name; });
+
+} // namespace

@@ -1,0 +1,338 @@
+// Learning visitors from the administration service of their home node:
+// against a gSOAP service and against raw peers that misbehave.
+#include "AlarmCapture.h"
+#include "LocationService.h"
+#include "ProfileService.h"
+#include "Provisioning.h"
+#include "RawPeer.h"
+#include "SubscriberRecord.h"
+#include "TestServer.h"
+#include "TraceCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <string>
+#include <thread>
+
+using velm::DatabaseResult;
+using velm::LocationService;
+using velm::SubscriberRecord;
+using velmtest::ProfileService;
+using velmtest::RawPeer;
+
+namespace {
+
+const int VISITOR = 42;
+const char* const SERVICE_PATH = "/admin/services/visitingUser";
+const char* const ACTION = "urn:velm:admin:visitingUser#getVisitingProfile";
+
+class Visitors : public ::testing::Test {
+protected:
+    void SetUp() override {
+        db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '7')");
+        ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
+    }
+
+    void parameter(const std::string& name, const std::string& value) {
+        db.admin().exec("INSERT INTO system_parameters VALUES ('velm', 'system', '" + name + "', '" + value + "')");
+    }
+
+    // The service address and the edge credentials.
+    void configure(const std::string& topUrl) {
+        parameter("top_url", topUrl);
+        parameter("EdgeUsername", "edge");
+        parameter("EdgePassword", "s3cret");
+    }
+
+    // What replication brings once the home node has answered: the visitor,
+    // reachable as o'neil@visited.example.com, homed on `node`.
+    void replicate(const char* node) {
+        velmtest::AdminConnection admin(db.name());
+        velmtest::Provisioning provisioning(admin);
+        provisioning.subscriber(VISITOR);
+        provisioning.contactSet(VISITOR, VISITOR);
+        provisioning.publicAddress(VISITOR, "o'neil", "visited.example.com", VISITOR, true);
+        if (node != nullptr)
+            admin.exec("INSERT INTO velm_users VALUES (" + std::to_string(VISITOR) + ", " + node + ")");
+    }
+
+    std::string visitorRows() { return db.admin().value("SELECT count(*) FROM replica_extra"); }
+
+    DatabaseResult lookup(SubscriberRecord& subscriber) {
+        return service.lookupSubscriberPassword("O'Neil", "Visited.Example.COM", subscriber);
+    }
+
+    velmtest::TestDatabase db;
+    velmtest::AlarmCapture alarms;
+    LocationService service;
+};
+
+struct ArrivalCase {
+    const char* name;
+    const char* node; // the visitor's home node; null: no velm_users row
+    DatabaseResult::status status;
+    const char* visitorRows;
+    const char* alarm; // null: none
+};
+
+void PrintTo(const ArrivalCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class Arrival : public Visitors, public ::testing::WithParamInterface<ArrivalCase> {};
+
+} // namespace
+
+TEST_P(Arrival, TheVisitorIsRecordedAndReadOnceReplicated) {
+    const ArrivalCase& c = GetParam();
+    ProfileService home(VISITOR);
+    // https is called as http, with the service's path behind the address.
+    configure("https" + home.address().substr(4));
+    std::thread replicator([&] {
+        if (home.waitForRequest())
+            replicate(c.node);
+    });
+    SubscriberRecord subscriber;
+    DatabaseResult result = lookup(subscriber);
+    replicator.join();
+
+    EXPECT_EQ(c.status, result.m_status) << result.getErrorMessage();
+    EXPECT_EQ(VISITOR, subscriber.sid());
+    EXPECT_FALSE(subscriber.isLocal());
+    EXPECT_EQ(c.visitorRows, visitorRows());
+    auto raised = alarms.texts("zuVELMProxyDBAccessFailed");
+    if (c.alarm == nullptr) {
+        EXPECT_TRUE(raised.empty());
+    } else {
+        EXPECT_EQ(std::vector<std::string>{c.alarm}, raised);
+    }
+
+    auto requests = home.requests();
+    ASSERT_EQ(1u, requests.size());
+    EXPECT_EQ(SERVICE_PATH, requests[0].path);
+    EXPECT_EQ(ACTION, requests[0].action);
+    EXPECT_EQ("edge", requests[0].user);
+    EXPECT_EQ("s3cret", requests[0].password);
+    // Lower-cased, and escaped once as it is for the database.
+    EXPECT_EQ("o''neil", requests[0].handle);
+    EXPECT_EQ("visited.example.com", requests[0].domain);
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    HomeNodes, Arrival,
+    testing::Values(ArrivalCase{"OtherNode", "9", DatabaseResult::OKAY, "1", nullptr},
+                    ArrivalCase{"NullNode", "NULL", DatabaseResult::OKAY, "1", nullptr},
+                    // Its home moved here meanwhile: no visitor any more.
+                    ArrivalCase{"ThisNode", "7", DatabaseResult::OKAY, "0", nullptr},
+                    ArrivalCase{"NoNodeRow", nullptr, DatabaseResult::NOTFOUND, "1",
+                                "database failure - lookupSubscriberPassword_7. sid node not found"}),
+    [](const testing::TestParamInfo<ArrivalCase>& info) { return std::string(info.param.name); });
+
+TEST_F(Visitors, AVisitorWhoseRowsNeverArriveIsAConnectionErrorAfterTheWait) {
+    ProfileService home(VISITOR);
+    configure(home.address());
+    SubscriberRecord subscriber;
+    DatabaseResult result = lookup(subscriber);
+    EXPECT_TRUE(result.connectionError());
+    EXPECT_EQ("1", visitorRows());
+    EXPECT_EQ(1u, home.requests().size());
+}
+
+TEST_F(Visitors, ALocalSubscriberIsNotAskedFor) {
+    ProfileService home(VISITOR);
+    configure(home.address());
+    replicate(nullptr);
+    SubscriberRecord subscriber;
+    EXPECT_TRUE(lookup(subscriber).okay());
+    EXPECT_EQ(VISITOR, subscriber.sid());
+    EXPECT_TRUE(subscriber.isLocal());
+    EXPECT_TRUE(home.requests().empty());
+    EXPECT_EQ("0", visitorRows());
+}
+
+TEST_F(Visitors, AUserTheServiceDoesNotKnowIsNotFound) {
+    ProfileService home(0);
+    configure(home.address());
+    SubscriberRecord subscriber;
+    EXPECT_TRUE(lookup(subscriber).notFound());
+    EXPECT_EQ(1u, home.requests().size());
+    EXPECT_EQ("0", visitorRows());
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+TEST_F(Visitors, TheRequestIsAnAuthenticatedSoapPost) {
+    RawPeer peer("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
+    configure(peer.address());
+    SubscriberRecord subscriber;
+    lookup(subscriber);
+    std::string request = peer.request();
+    EXPECT_EQ(0u, request.find(std::string("POST ") + SERVICE_PATH + " HTTP/1.1\r\n")) << request;
+    EXPECT_EQ("text/xml; charset=utf-8", peer.header("Content-Type"));
+    EXPECT_EQ(std::string("\"") + ACTION + "\"", peer.header("SOAPAction"));
+    EXPECT_EQ("Basic ZWRnZTpzM2NyZXQ=", peer.header("Authorization")); // edge:s3cret
+    std::string body = peer.body();
+    EXPECT_NE(std::string::npos, body.find("xmlns:ns4=\"urn:velm:admin:visitingUser\"")) << body;
+    EXPECT_NE(std::string::npos, body.find("SOAP-ENV:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\""));
+    EXPECT_NE(std::string::npos, body.find("<ns4:getVisitingProfile>"));
+    EXPECT_NE(std::string::npos, body.find("<handle>o''neil</handle>")) << body;
+    EXPECT_NE(std::string::npos, body.find("<domain>visited.example.com</domain>"));
+}
+
+TEST_F(Visitors, SoapFaultsOfBothVersionsLeaveNoVisitor) {
+    for (int version : {1, 2}) {
+        ProfileService home(VISITOR, version);
+        db.admin().exec("DELETE FROM system_parameters");
+        configure(home.address());
+        SubscriberRecord subscriber;
+        DatabaseResult result = lookup(subscriber);
+        EXPECT_TRUE(result.queryError()) << version;
+        EXPECT_EQ("VU soap error=1", result.getErrorMessage()) << version;
+        EXPECT_EQ(1u, home.requests().size());
+    }
+    EXPECT_EQ("0", visitorRows());
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+namespace {
+
+std::string http(const std::string& status, const std::string& type, const std::string& body) {
+    return "HTTP/1.1 " + status + "\r\nContent-Type: " + type + "\r\nContent-Length: " + std::to_string(body.size()) +
+           "\r\nConnection: close\r\n\r\n" + body;
+}
+
+std::string envelope(const std::string& envelopeNamespace, const std::string& body) {
+    return "<?xml version=\"1.0\" encoding=\"UTF-8\"?><SOAP-ENV:Envelope xmlns:SOAP-ENV=\"" + envelopeNamespace +
+           "\" xmlns:ns4=\"urn:velm:admin:visitingUser\"><SOAP-ENV:Body>" + body + "</SOAP-ENV:Body></SOAP-ENV:Envelope>";
+}
+
+const char* const SOAP11 = "http://schemas.xmlsoap.org/soap/envelope/";
+const char* const SOAP12 = "http://www.w3.org/2003/05/soap-envelope";
+
+struct PeerCase {
+    const char* name;
+    std::string response;
+    DatabaseResult::status status;
+    const char* message;
+};
+
+void PrintTo(const PeerCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class Peers : public Visitors, public ::testing::WithParamInterface<PeerCase> {};
+
+} // namespace
+
+TEST_P(Peers, AnswerOutcome) {
+    const PeerCase& c = GetParam();
+    RawPeer peer(c.response);
+    configure(peer.address());
+    SubscriberRecord subscriber;
+    DatabaseResult result = lookup(subscriber);
+    EXPECT_EQ(c.status, result.m_status);
+    EXPECT_EQ(c.message, result.getErrorMessage());
+    EXPECT_FALSE(peer.request().empty());
+    EXPECT_EQ("0", visitorRows());
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Answers, Peers,
+    testing::Values(
+        PeerCase{"GarbageWith200", http("200 OK", "text/xml", "hello, world"), DatabaseResult::QUERY_ERROR,
+                 "VU soap error=200"},
+        PeerCase{"HtmlErrorPage",
+                 http("500 Internal Server Error", "text/html", "<html><body><h1>Oops</h1></body></html>"),
+                 DatabaseResult::QUERY_ERROR, "VU soap error=3"},
+        PeerCase{"WrongElement",
+                 http("200 OK", "text/xml",
+                      envelope(SOAP11, "<ns4:getOtherResponse><subscriberId>5</subscriberId></ns4:getOtherResponse>")),
+                 DatabaseResult::QUERY_ERROR, "VU soap error=200"},
+        PeerCase{"ResponseOfAnotherNamespace",
+                 http("200 OK", "text/xml",
+                      envelope(SOAP11, "<x:getVisitingProfileResponse xmlns:x=\"urn:other\"><subscriberId>5"
+                                       "</subscriberId></x:getVisitingProfileResponse>")),
+                 DatabaseResult::QUERY_ERROR, "VU soap error=200"},
+        PeerCase{"DroppedMidAnswer",
+                 "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: 900\r\nConnection: close\r\n\r\n" +
+                     envelope(SOAP11, "<ns4:getVisitingProfileResponse><subscriberId>5").substr(0, 150),
+                 DatabaseResult::QUERY_ERROR, "VU soap error=200"},
+        PeerCase{"Unauthorized",
+                 "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"admin\"\r\nContent-Length: 0\r\n"
+                 "Connection: close\r\n\r\n",
+                 DatabaseResult::QUERY_ERROR, "VU soap error=401"},
+        PeerCase{"NotFound", http("404 Not Found", "text/plain", ""), DatabaseResult::QUERY_ERROR,
+                 "VU soap error=404"},
+        PeerCase{"ServerErrorWithoutBody", http("500 Internal Server Error", "text/plain", ""),
+                 DatabaseResult::QUERY_ERROR, "VU soap error=500"},
+        // Answers the service may give: SOAP 1.2, or no id at all.
+        PeerCase{"Soap12Envelope",
+                 http("200 OK", "application/soap+xml",
+                      envelope(SOAP12, "<ns4:getVisitingProfileResponse><subscriberId>0</subscriberId>"
+                                       "</ns4:getVisitingProfileResponse>")),
+                 DatabaseResult::NOTFOUND, ""},
+        PeerCase{"ResponseWithoutId",
+                 http("200 OK", "text/xml", envelope(SOAP11, "<ns4:getVisitingProfileResponse/>")),
+                 DatabaseResult::NOTFOUND, ""}),
+    [](const testing::TestParamInfo<PeerCase>& info) { return std::string(info.param.name); });
+
+TEST_F(Visitors, AServiceThatNeverAnswersTimesOut) {
+    RawPeer peer("", true);
+    configure(peer.address());
+    SubscriberRecord subscriber;
+    DatabaseResult result = lookup(subscriber);
+    EXPECT_TRUE(result.queryError());
+    EXPECT_EQ("VU soap error=-1", result.getErrorMessage());
+    EXPECT_FALSE(peer.request().empty());
+    EXPECT_EQ("0", visitorRows());
+}
+
+namespace {
+
+struct SetupCase {
+    const char* name;
+    const char* topUrl; // null: no row; "PEER": the peer's address
+    const char* user;
+    const char* password;
+    const char* warning;
+};
+
+const char* const NO_ADDRESS = "lookupSubscriberPassword: WARNING administration service address (top_url) not found";
+const char* const NO_CREDENTIALS = "LocationService:: WARNING user name and/or password not found";
+
+void PrintTo(const SetupCase& c, std::ostream* os) {
+    *os << c.name;
+}
+
+class Setup : public Visitors, public ::testing::WithParamInterface<SetupCase> {};
+
+} // namespace
+
+TEST_P(Setup, WithoutAServiceOrCredentialsNothingIsSent) {
+    const SetupCase& c = GetParam();
+    RawPeer peer("HTTP/1.1 500 Internal Server Error\r\nContent-Length: 0\r\n\r\n");
+    if (c.topUrl != nullptr)
+        parameter("top_url", std::string(c.topUrl) == "PEER" ? peer.address() : c.topUrl);
+    if (c.user != nullptr)
+        parameter("EdgeUsername", c.user);
+    if (c.password != nullptr)
+        parameter("EdgePassword", c.password);
+    velmtest::TraceCapture traces({"LocationService"});
+    SubscriberRecord subscriber;
+    EXPECT_TRUE(lookup(subscriber).notFound());
+    EXPECT_TRUE(traces.contains("LocationService", c.warning));
+    EXPECT_TRUE(peer.request().empty());
+    EXPECT_EQ("0", visitorRows());
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Configurations, Setup,
+    testing::Values(SetupCase{"NoAddress", nullptr, "edge", "pw", NO_ADDRESS},
+                    SetupCase{"EmptyAddress", "", "edge", "pw", NO_ADDRESS},
+                    SetupCase{"PathOnly", "/admin", "edge", "pw", NO_ADDRESS},
+                    SetupCase{"NotHttp", "ftp://127.0.0.1", "edge", "pw", NO_ADDRESS},
+                    SetupCase{"NoUser", "PEER", nullptr, "pw", NO_CREDENTIALS},
+                    SetupCase{"NoPassword", "PEER", "edge", nullptr, NO_CREDENTIALS}),
+    [](const testing::TestParamInfo<SetupCase>& info) { return std::string(info.param.name); });
