@@ -309,3 +309,48 @@ TEST_F(Velmctl, DefaultAndOutboundRoutesFollowTheNodesParameters) {
               velm("--json route outbound sip:bob@near.example.org --internal").out);
     EXPECT_EQ(2, velm("route outbound mailto:bob@example.org").status);
 }
+
+TEST_F(Velmctl, PrefixCommandsEditTheMapAndRouteNumbers) {
+    velmtest::Provisioning provisioning(db.admin());
+    provisioning.subscriber(1);
+    provisioning.contactSet(10, 1);
+    provisioning.permanentContact(10, "sip:gw@192.0.2.1:5060");
+
+    Result added = velm("prefix add 555 10");
+    ASSERT_EQ(0, added.status) << added.err;
+    EXPECT_EQ("added prefix '555' for contact set 10; prefix_map change counter now 1\n", added.out);
+    struct Case {
+        const char* arguments;
+        int status;
+        const char* message;
+    } refused[] = {
+        {"prefix add 555 11", 2, "velmctl: prefix '555' exists already (contact set 10): remove it first\n"},
+        {"prefix add 556 99", 1, "velmctl: no contact set 99\n"},
+        {"prefix add \"5'5\" 10", 2, "velmctl: prefix '5'5' must not contain blanks, quotes"},
+        {"prefix add 5561 10 --length 3", 2, "velmctl: --length 3 is shorter than prefix '5561'"},
+        {"prefix add 556 ten", 2, "velmctl: CSID 'ten' is not a whole number\n"},
+        {"prefix remove 556", 1, "velmctl: no prefix '556'\n"},
+        {"prefix lookup 4441234@example.com", 1, "velmctl: no prefix routes '4441234'\n"},
+    };
+    for (const Case& c : refused) {
+        Result run = velm(c.arguments);
+        EXPECT_EQ(c.status, run.status) << c.arguments;
+        EXPECT_EQ(0u, run.err.find(c.message)) << run.err;
+    }
+    EXPECT_EQ("1", db.admin().value("SELECT count(*) FROM prefix_map"));
+
+    // Nothing but the document on standard output.
+    Result listed = velm("--json prefix list");
+    ASSERT_EQ(0, listed.status) << listed.err;
+    EXPECT_EQ(0u, listed.out.find("{\"lists\":[{\"title\":")) << listed.out;
+    EXPECT_NE(std::string::npos, listed.out.find("\"rows\":[{\"prefix\":\"555\",\"csid\":\"10\",\"total_length\":\"0\"}]"))
+        << listed.out;
+    Result routed = velm("--json prefix lookup 5551234@example.com");
+    ASSERT_EQ(0, routed.status) << routed.err;
+    EXPECT_EQ(0u, routed.out.find("{\"lists\":[{\"title\":\"routed by prefix to contact set 10 (sequential)\"")) << routed.out;
+    EXPECT_NE(std::string::npos, routed.out.find("\"address\":\"sip:5551234@192.0.2.1:5060;\"")) << routed.out;
+
+    Result removed = velm("prefix remove 555");
+    ASSERT_EQ(0, removed.status) << removed.err;
+    EXPECT_EQ("removed prefix '555'; prefix_map change counter now 2\n", removed.out);
+}
