@@ -310,6 +310,53 @@ TEST_F(Velmctl, DefaultAndOutboundRoutesFollowTheNodesParameters) {
     EXPECT_EQ(2, velm("route outbound mailto:bob@example.org").status);
 }
 
+TEST_F(Velmctl, HostileArgumentsNeverRunAStatementOfTheirOwn) {
+    // An argument cannot hold a NUL, and the kernel takes at most 128 KiB.
+    const std::string drop = "'; DROP TABLE canary; --";
+    const std::vector<std::string> values{"o'neil",          "back\\slash\\", "a;b",
+                                          drop,              "\\" + drop,     "\xff\xfe" + drop,
+                                          "\xc3" + drop,     std::string(100000, 'x') + drop};
+    // V stands for the value. Add a line for every new argument.
+    const std::vector<std::string> commandLines{
+        "subscriber add V@example.com",
+        "subscriber add bob@example.com --password V",
+        "register alice@example.com V",
+        "register alice@example.com '<sip:alice@192.0.2.10>' --call-id V",
+        "register alice@example.com '<sip:alice@192.0.2.10>' --q V",
+        "register alice@example.com '<sip:alice@192.0.2.10>' --expires V",
+        "register alice@example.com '<sip:alice@192.0.2.10>' --cseq V",
+        "unregister alice@example.com V",
+        "contacts alice@V",
+        "lookup V@example.com",
+        "route sip:alice@example.com --auth-user V",
+        "route sip:alice@example.com --domain V",
+    };
+    db.admin().exec("CREATE TABLE canary (alive integer); INSERT INTO canary VALUES (1)");
+    ASSERT_EQ(0, velm("subscriber add alice@example.com").status);
+    int callIdsStored = 0;
+    for (const std::string& line : commandLines)
+        for (const std::string& value : values) {
+            std::string quoted = "'";
+            for (char c : value)
+                quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+            quoted += "'";
+            std::string arguments = line;
+            arguments.replace(arguments.find('V'), 1, quoted);
+            SCOPED_TRACE(line + " with " + value.substr(0, 40));
+            Result run = velm(arguments);
+            EXPECT_GE(run.status, 0);
+            EXPECT_LE(run.status, 3) << run.err;
+            ASSERT_EQ("1", db.admin().value("SELECT count(*) FROM canary"));
+            if (run.status == 0 && line.find("--call-id") != std::string::npos) {
+                EXPECT_TRUE(value == db.admin().value("SELECT call_id FROM contact"));
+                ++callIdsStored;
+                ASSERT_EQ(0, velm("unregister alice@example.com '<sip:alice@192.0.2.10>'").status);
+            }
+        }
+    // Every value but the two that are not UTF-8 is a valid call id.
+    EXPECT_EQ(6, callIdsStored);
+}
+
 TEST_F(Velmctl, PrefixCommandsEditTheMapAndRouteNumbers) {
     velmtest::Provisioning provisioning(db.admin());
     provisioning.subscriber(1);
