@@ -2,6 +2,7 @@
 
 #include "StringTokenizer.h"
 
+#include <climits>
 #include <cstdlib>
 
 namespace velm {
@@ -39,7 +40,11 @@ time_t convertTime(const char* text) {
     calendar.tm_hour = std::atoi(tokens.nextToken().c_str());
     calendar.tm_min = std::atoi(tokens.nextToken().c_str());
     calendar.tm_sec = std::atoi(tokens.nextToken().c_str());
-    calendar.tm_year = std::atoi(tokens.nextToken().c_str()) - 1900;
+    // A year that does not fit the calendar's count from 1900 names no time.
+    long year = std::strtol(tokens.nextToken().c_str(), nullptr, 10);
+    if (year < INT_MIN + 1900L || year > INT_MAX)
+        return 0;
+    calendar.tm_year = static_cast<int>(year - 1900);
     calendar.tm_isdst = -1;
     time_t converted = mktime(&calendar);
     return converted == static_cast<time_t>(-1) ? 0 : converted;

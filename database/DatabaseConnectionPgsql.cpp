@@ -1,9 +1,11 @@
 #include "DatabaseConnectionPgsql.h"
 
+#include "AppProperties.h"
 #include "QueryResultPtr.h"
 #include "URL.h"
 
 #include <libpq-fe.h>
+#include <strings.h>
 
 namespace velm {
 
@@ -12,7 +14,8 @@ extern "C" void DbcNoticeProcessor(void* arg, const char* message) {
         static_cast<DatabaseConnectionPgsql*>(arg)->handleNoticeMessage(message);
 }
 
-DatabaseConnectionPgsql::DatabaseConnectionPgsql() : m_conn(nullptr), m_trace("DatabaseConnection") {}
+DatabaseConnectionPgsql::DatabaseConnectionPgsql()
+    : m_conn(nullptr), m_usePrepared(false), m_trace("DatabaseConnection") {}
 
 DatabaseConnectionPgsql::~DatabaseConnectionPgsql() {
     close();
@@ -46,6 +49,9 @@ bool DatabaseConnectionPgsql::connect(const char* database, const char* user, co
     conninfo += "password=" + std::string(password);
     m_trace.prn("%s", conninfo.c_str());
 
+    const char* prepared = AppProperties::get("Database", "PreparedStatements");
+    m_usePrepared = prepared != nullptr && strcasecmp(prepared, "true") == 0;
+    m_prepared.forget();
     m_conn = PQconnectdb(conninfo.c_str());
     if (m_conn == nullptr)
         return error();
@@ -61,6 +67,7 @@ void DatabaseConnectionPgsql::close() {
     if (m_conn == nullptr)
         return;
     PQfinish(m_conn);
+    m_prepared.forget();
     m_trace.prn("connection closed");
     m_conn = nullptr;
 }
@@ -75,6 +82,7 @@ bool DatabaseConnectionPgsql::reset() {
     if (m_conn == nullptr)
         return error("no connection to reset");
     PQreset(m_conn);
+    m_prepared.forget();
     if (PQstatus(m_conn) == CONNECTION_OK)
         return okay();
     return error();
@@ -93,13 +101,13 @@ bool DatabaseConnectionPgsql::execute(const char* sql, QueryResultPtr& result) {
     const PGTransactionStatusType before = PQtransactionStatus(m_conn);
     const bool mayRetry = before != PQTRANS_INTRANS && before != PQTRANS_INERROR;
 
-    PGresult* pgResult = PQexec(m_conn, sql);
+    PGresult* pgResult = run(sql);
     if (pgResult == nullptr) {
         m_trace.prn("fatal query error: retrying connection");
         if (!reset() || !mayRetry)
             return error("fatal error, query failed");
         m_trace.prn("connection reset, retrying query");
-        pgResult = PQexec(m_conn, sql);
+        pgResult = run(sql);
         if (pgResult == nullptr)
             return error("fatal query error after reset");
     }
@@ -114,13 +122,17 @@ bool DatabaseConnectionPgsql::execute(const char* sql, QueryResultPtr& result) {
         // The failed result stays with the caller, who asks result.failed().
         if (!mayRetry)
             return okay();
-        pgResult = PQexec(m_conn, sql);
+        pgResult = run(sql);
         if (pgResult == nullptr)
             return error("fatal query error after reset");
         // The second outcome is the caller's to examine through result.failed().
         result.setResult(pgResult);
     }
     return okay();
+}
+
+PGresult* DatabaseConnectionPgsql::run(const char* sql) {
+    return m_usePrepared ? m_prepared.exec(m_conn, sql) : PQexec(m_conn, sql);
 }
 
 bool DatabaseConnectionPgsql::execute(const std::string& sql, QueryResultPtr& result) {

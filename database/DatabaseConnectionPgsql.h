@@ -2,6 +2,7 @@
 #define VELM_DATABASECONNECTIONPGSQL_H
 
 #include "DatabaseConnection.h"
+#include "PreparedStatements.h"
 #include "Trace.h"
 
 #include <string>
@@ -15,6 +16,10 @@ namespace velm {
 // session was inside a transaction block: that transaction is gone with the
 // old session, so the failure is the caller's (a failed result, or false when
 // no result came back at all).
+//
+// With [Database] PreparedStatements=true (read at connect) single statements
+// run prepared by shape (see PreparedStatements); the text as written is
+// still what is traced and kept with the result.
 class DatabaseConnectionPgsql final : public DatabaseConnection {
 public:
     DatabaseConnectionPgsql();
@@ -39,8 +44,12 @@ private:
     bool okay();
     bool error(const char* text);
     bool error();
+    // One round trip, prepared or as written.
+    PGresult* run(const char* sql);
 
     PGconn* m_conn;
+    bool m_usePrepared;
+    PreparedStatements m_prepared;
     std::string m_errorMsg;
     Tracer m_trace;
 };

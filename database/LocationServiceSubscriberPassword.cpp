@@ -46,21 +46,21 @@ DatabaseResult LocationService::lookupSubscriberPassword(const char* handle, con
     std::string lowerHandle = lowerCase(handle);
     std::string lowerDomain = lowerCase(domain);
     m_trace.prn("looking up subscriber password %s@%s", lowerHandle.c_str(), lowerDomain.c_str());
-    EscapedString escapedHandle(lowerHandle);
-    EscapedString escapedDomain(lowerDomain);
-    int found = m_exec->lookupSubscriber(escapedHandle.value(), escapedDomain.value(), subscriber, false);
+    int found = m_exec->lookupSubscriber(lowerHandle.c_str(), lowerDomain.c_str(), subscriber, false);
     if (found < 0)
         return subscriberLookupResult(found, "database failure - lookupSubscriberPassword_1");
     if (found > 0)
-        return checkSubscriberNode(OPERATION, 8, 9, escapedHandle.value(), escapedDomain.value(), subscriber);
+        return checkSubscriberNode(OPERATION, 8, 9, lowerHandle, lowerDomain, subscriber);
 
+    // The executor escapes what it puts into statements; the administration
+    // service is asked with the escaped texts.
     int sid = 0;
-    result = fetchVisitor(escapedHandle.value(), escapedDomain.value(), sid);
+    result = fetchVisitor(EscapedString(lowerHandle).value(), EscapedString(lowerDomain).value(), sid);
     if (!result.okay())
         return result;
     // Replication brings the visitor's rows a moment after the service
     // answered.
-    found = m_exec->lookupSubscriber(escapedHandle.value(), escapedDomain.value(), subscriber, true);
+    found = m_exec->lookupSubscriber(lowerHandle.c_str(), lowerDomain.c_str(), subscriber, true);
     if (found == 0) {
         m_trace.prn("not found");
         result.setConnectionError();

@@ -2,7 +2,6 @@
 #include "LocationService.h"
 
 #include "DatabaseCommandExecutor.h"
-#include "EscapedString.h"
 #include "LowerCase.h"
 #include "QueryResultPtr.h"
 
@@ -54,9 +53,7 @@ DatabaseResult LocationService::updateTimer(const char* handle, const char* doma
     return guarded("updateTimer", [&](DatabaseCommandExecutor& exec) {
         if (handle == nullptr || domain == nullptr)
             return exec.updateTimer(handle, domain, expires);
-        EscapedString escapedHandle(lowerCase(handle));
-        EscapedString escapedDomain(lowerCase(domain));
-        return exec.updateTimer(escapedHandle.value(), escapedDomain.value(), expires);
+        return exec.updateTimer(lowerCase(handle).c_str(), lowerCase(domain).c_str(), expires);
     });
 }
 

@@ -8,6 +8,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cstring>
 #include <memory>
 #include <vector>
@@ -46,6 +47,34 @@ osip_uri_param_t* find(osip_list_t* list, const char* name) {
         if (strcasecmp(text(item->gname), name) == 0)
             return item;
     return nullptr;
+}
+
+// Every occurrence of `name` (in any letter case), in order.
+std::vector<osip_uri_param_t*> every(osip_list_t* list, const char* name) {
+    std::vector<osip_uri_param_t*> found;
+    for (osip_uri_param_t* item : items(list))
+        if (strcasecmp(text(item->gname), name) == 0)
+            found.push_back(item);
+    return found;
+}
+
+// The headers as written: "name=value", or the name alone without a value.
+std::vector<std::string> written(osip_list_t* headers) {
+    std::vector<std::string> all;
+    for (osip_uri_param_t* header : items(headers))
+        all.push_back(text(header->gname) + (header->gvalue != nullptr ? std::string("=") + header->gvalue : ""));
+    return all;
+}
+
+// The headers in a form that compares in any order: names in lower case
+// (they end at the first '='), sorted.
+std::vector<std::string> comparable(osip_list_t* headers) {
+    std::vector<std::string> all = written(headers);
+    for (std::string& header : all)
+        std::transform(header.begin(), header.begin() + std::min(header.find('='), header.size()), header.begin(),
+                       [](unsigned char c) { return std::tolower(c); });
+    std::sort(all.begin(), all.end());
+    return all;
 }
 
 std::string join(const std::vector<std::string>& parts, const char* separator) {
@@ -151,40 +180,45 @@ private:
             if ((a == nullptr) != (b == nullptr))
                 return std::string("parameter ") + name + " in one URI only";
         }
+        // A parameter that a URI repeats agrees only when the other URI has
+        // it as often, with the same values in the same order; one that the
+        // other URI lacks altogether plays no part.
         bool caseOrOrder = false;
         std::vector<osip_uri_param_t*> mine = items(&m_a.url_params);
         std::vector<osip_uri_param_t*> theirs = items(&m_b.url_params);
         for (size_t i = 0; i < mine.size(); ++i) {
-            osip_uri_param_t* other = find(&m_b.url_params, text(mine[i]->gname));
-            if (other == nullptr) {
-                m_notes.push_back(std::string("parameter in one URI only: ") + text(mine[i]->gname));
+            const char* name = text(mine[i]->gname);
+            if (find(&m_a.url_params, name) != mine[i])
+                continue;
+            std::vector<osip_uri_param_t*> ours = every(&m_a.url_params, name);
+            std::vector<osip_uri_param_t*> other = every(&m_b.url_params, name);
+            if (other.empty()) {
+                m_notes.push_back(std::string("parameter in one URI only: ") + name);
                 continue;
             }
-            if (!sameIgnoringCase(mine[i]->gvalue, other->gvalue))
-                return std::string("parameter ") + text(mine[i]->gname) + " differs";
-            caseOrOrder = caseOrOrder || i >= theirs.size() || theirs[i] != other ||
-                          !same(mine[i]->gname, other->gname) || !same(mine[i]->gvalue, other->gvalue);
+            if (ours.size() != other.size())
+                return std::string("parameter ") + name + " differs";
+            for (size_t k = 0; k < ours.size(); ++k) {
+                if (!sameIgnoringCase(ours[k]->gvalue, other[k]->gvalue))
+                    return std::string("parameter ") + name + " differs";
+                caseOrOrder = caseOrOrder || !same(ours[k]->gname, other[k]->gname) ||
+                              !same(ours[k]->gvalue, other[k]->gvalue);
+            }
+            caseOrOrder = caseOrOrder || i >= theirs.size() || theirs[i] != other[0];
         }
         for (osip_uri_param_t* item : theirs)
-            if (find(&m_a.url_params, text(item->gname)) == nullptr)
+            if (find(&m_a.url_params, text(item->gname)) == nullptr && find(&m_b.url_params, text(item->gname)) == item)
                 m_notes.push_back(std::string("parameter in one URI only: ") + text(item->gname));
         note(caseOrOrder, "parameter letter case or order");
         return std::string();
     }
 
+    // The headers agree as a whole, in any order: names without regard to
+    // case, values exactly, a repeated header as often in both.
     std::string headerDifference() {
-        std::vector<osip_uri_param_t*> mine = items(&m_a.url_headers);
-        std::vector<osip_uri_param_t*> theirs = items(&m_b.url_headers);
-        if (mine.size() != theirs.size())
+        if (comparable(&m_a.url_headers) != comparable(&m_b.url_headers))
             return "headers differ";
-        bool order = false;
-        for (size_t i = 0; i < mine.size(); ++i) {
-            osip_uri_param_t* other = find(&m_b.url_headers, text(mine[i]->gname));
-            if (other == nullptr || !same(mine[i]->gvalue, other->gvalue))
-                return "headers differ";
-            order = order || theirs[i] != other || !same(mine[i]->gname, other->gname);
-        }
-        note(order, "header letter case or order");
+        note(written(&m_a.url_headers) != written(&m_b.url_headers), "header letter case or order");
         return std::string();
     }
 

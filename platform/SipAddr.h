@@ -16,7 +16,9 @@ public:
     // case, an absent port differs from any explicit one, the parameters
     // transport, user, ttl, method and maddr must agree when either URI has
     // them, any other parameter only when both have it (names and values
-    // without regard to case), and the headers must agree in any order.
+    // without regard to case; a repeated one as often, with the same values
+    // in the same order), and the headers must agree in any order. The answer
+    // is the same whichever value comes first.
     //
     // `detail`: empty when the two texts are equal as they stand. Otherwise,
     // on a match, a "; "-separated list of what was treated as equivalent

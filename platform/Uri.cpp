@@ -99,6 +99,12 @@ bool Uri::parse(const std::string& text) {
         if (std::isspace(static_cast<unsigned char>(c)) || std::iscntrl(static_cast<unsigned char>(c)))
             return fail("not a SIP URI: it contains a blank or control character");
 
+    // libosip2 reads a broken escape, or one of NUL, as the end of the part.
+    for (size_t at = text.find('%'); at != std::string::npos; at = text.find('%', at + 1))
+        if (at + 2 >= text.size() || !std::isxdigit(static_cast<unsigned char>(text[at + 1])) ||
+            !std::isxdigit(static_cast<unsigned char>(text[at + 2])) || text.compare(at + 1, 2, "00") == 0)
+            return fail("not a SIP URI: '%' starts no escape of a character");
+
     size_t colon = text.find(':');
     if (colon == std::string::npos)
         return fail("not a SIP URI: no scheme");

@@ -10,7 +10,8 @@ namespace osk {
 // be sip or sips (any letter case), the host a host name, an IPv4 address or
 // an IPv6 address in brackets, the port 1 to 65535, and the text free of
 // blanks and control characters. The user part may carry '+', ';' user
-// parameters and %-escapes.
+// parameters and %-escapes; every '%' starts an escape of two hex digits
+// (not %00).
 //
 // The parts come back as the texts they form in a URI, so
 // protocol ":" [user [":" password] "@"] host [":" port] [";" parameters]

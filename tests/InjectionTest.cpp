@@ -1,7 +1,6 @@
 // Hostile text through every way a caller hands text to the library: each
 // value either reaches the server as one quoted literal, escaped, or is
 // refused; no statement of its own ever runs.
-#include "AppProperties.h"
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
@@ -11,6 +10,7 @@
 #include "Registrations.h"
 #include "SipEventAggregator.h"
 #include "SubscriberRecord.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 #include "Trace.h"
 
@@ -127,7 +127,7 @@ private:
 class Target {
 public:
     Target() {
-        velm::AppProperties::clear();
+        velmtest::resetProperties();
         key = velmtest::provisionAddress(db, 1, "alice", "example.com");
         csid = std::atoi(
             db.admin().value("SELECT csid FROM public_address WHERE public_address_id = " + std::to_string(key)).c_str());

@@ -4,6 +4,7 @@
 #include "ContactRecord.h"
 #include "LocationService.h"
 #include "Provisioning.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 #include "TraceCapture.h"
 
@@ -151,7 +152,7 @@ TEST(OutOfDialogRefer, AllowedUnlessSwitchedOffExplicitly) {
                                                   {"FALSE", false}, {"no", true}, {"true", true}};
     LocationService service;
     for (const auto& c : cases) {
-        velm::AppProperties::clear();
+        velmtest::resetProperties();
         if (c.first != nullptr)
             velm::AppProperties::set("Proxy", "EnableOODReferRouting", c.first);
         EXPECT_EQ(c.second, service.isOODReferAllowed()) << (c.first != nullptr ? c.first : "(absent)");

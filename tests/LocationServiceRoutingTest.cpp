@@ -8,6 +8,7 @@
 #include "ContactsCache.h"
 #include "LocationService.h"
 #include "Provisioning.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 #include "TraceCapture.h"
 
@@ -51,7 +52,7 @@ Addresses stored(const std::string& user, int count) {
 class Routing : public testing::Test {
 protected:
     void SetUp() override {
-        AppProperties::clear();
+        velmtest::resetProperties();
         AppProperties::set("LocationService", "ResolverModule", VELM_TEST_RESOLVER_MODULE);
         ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
         service.setPrimaryDomain("example.com");

@@ -2,6 +2,7 @@
 #include "AppProperties.h"
 #include "LocationService.h"
 #include "SigPipeHandler.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 #include "TraceCapture.h"
 
@@ -21,7 +22,7 @@ using velm::LocationService;
 namespace {
 
 std::unique_ptr<LocationService> configured(const char* section, const char* key, const char* value) {
-    AppProperties::clear();
+    velmtest::resetProperties();
     if (value != nullptr)
         AppProperties::set(section, key, value);
     return std::unique_ptr<LocationService>(LocationService::getConnection());
@@ -69,7 +70,7 @@ INSTANTIATE_TEST_SUITE_P(
     });
 
 TEST(LocationService, WithoutDatabaseUserOperationsReportTheMissingConnection) {
-    AppProperties::clear();
+    velmtest::resetProperties();
     velmtest::AlarmCapture alarms;
     velmtest::TraceCapture capture({"LocationService"});
     std::unique_ptr<LocationService> service(LocationService::getConnection());

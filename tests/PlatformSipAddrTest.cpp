@@ -83,6 +83,28 @@ TEST(PlatformSipAddr, OtherDifferencesThatSeparateContacts) {
     }
 }
 
+TEST(PlatformSipAddr, RepeatedParametersAndHeadersGiveOneAnswerBothWays) {
+    const std::pair<Pair, bool> pairs[] = {
+        {{"sip:a;dr=x;dr", "sip:a;dr=x"}, false},
+        {{"sip:a@h;dr=x;dr=y", "sip:a@h;DR=X;dr=Y"}, true},
+        {{"sip:a@h;dr=x;dr=y", "sip:a@h;dr=y;dr=x"}, false},
+        {{"sip:a@h;dr=x;dr=x", "sip:a@h;dr=x"}, false},
+        {{"sip:a@h;lr;lr", "sip:a@h"}, true},
+        {{"sip:a@h;transport=tcp;transport=udp", "sip:a@h;transport=tcp"}, false},
+        {{"sip:a@h?h=1&h=1", "sip:a@h?h=1&h=2"}, false},
+        {{"sip:a@h?h=1&h=1", "sip:a@h?h=1"}, false},
+        {{"sip:a@h?h=1&h=2", "sip:a@h?H=2&h=1"}, true},
+        {{"sip:a@h?h", "sip:a@h?h="}, false},
+    };
+    for (const auto& item : pairs) {
+        std::string detail;
+        EXPECT_EQ(item.second, urisMatch(item.first.unregistering, item.first.stored, detail))
+            << item.first.unregistering << " / " << item.first.stored << ": " << detail;
+        EXPECT_EQ(item.second, urisMatch(item.first.stored, item.first.unregistering, detail))
+            << item.first.stored << " / " << item.first.unregistering << ": " << detail;
+    }
+}
+
 TEST(PlatformSipAddr, DetailIsEmptyOnlyForIdenticalTexts) {
     std::string detail = "stale";
     EXPECT_TRUE(matches("<sip:alice@atlanta.com;transport=tcp>;expires=60", "<sip:alice@atlanta.com;transport=tcp>;expires=60",

@@ -111,6 +111,11 @@ TEST(PlatformUri, InvalidTextsSayWhy) {
         {"sip:alice@-bad.example.com", "not a SIP URI: invalid host \"-bad.example.com\""},
         {"sip:alice@a..b", "not a SIP URI: invalid host \"a..b\""},
         {"sip:alice@under_score.com", "not a SIP URI: invalid host \"under_score.com\""},
+        {"sip:%@atlanta.com", "not a SIP URI: '%' starts no escape of a character"},
+        {"sip:al%zzice@atlanta.com", "not a SIP URI: '%' starts no escape of a character"},
+        {"sip:alice%00@atlanta.com", "not a SIP URI: '%' starts no escape of a character"},
+        {"sip:alice@atlanta.com;tag=%4", "not a SIP URI: '%' starts no escape of a character"},
+        {"sip:alice@atlanta.com?subject=%\xff\xff", "not a SIP URI: '%' starts no escape of a character"},
     };
     for (const auto& item : cases) {
         osk::Uri uri(item.first);

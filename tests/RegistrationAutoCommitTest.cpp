@@ -1,8 +1,8 @@
 #include "AlarmCapture.h"
-#include "AppProperties.h"
 #include "ContactRecord.h"
 #include "LocationService.h"
 #include "Registrations.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 #include "TraceCapture.h"
 
@@ -34,7 +34,7 @@ std::vector<std::string> statements(const velmtest::TraceCapture& capture) {
 class RegistrationForms : public testing::Test {
 protected:
     void SetUp() override {
-        velm::AppProperties::clear();
+        velmtest::resetProperties();
         key = velmtest::provisionAddress(db, 1, "alice", "example.com");
         ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
         subSelect = "(SELECT csid FROM public_address where public_address_id = " + std::to_string(key) + ")";

@@ -1,7 +1,7 @@
-#include "AppProperties.h"
 #include "ContactRecord.h"
 #include "LocationService.h"
 #include "Registrations.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 
 #include <gtest/gtest.h>
@@ -12,7 +12,7 @@
 using velm::ContactRecord;
 
 TEST(RegistrationConcurrency, EightRegistrarsOfOneSetLeaveEveryContactAndOneActive) {
-    velm::AppProperties::clear();
+    velmtest::resetProperties();
     velmtest::TestDatabase db;
     const int key = velmtest::provisionAddress(db, 1, "alice", "example.com");
     constexpr int threads = 8;

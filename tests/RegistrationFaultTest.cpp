@@ -1,11 +1,11 @@
 #include "AlarmCapture.h"
-#include "AppProperties.h"
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
 #include "Provisioning.h"
 #include "QueryResultPtr.h"
 #include "Registrations.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 #include "Trace.h"
 
@@ -227,7 +227,7 @@ const std::vector<Operation>& operations() {
 class FaultRun {
 public:
     explicit FaultRun(const Operation& operation) {
-        velm::AppProperties::clear();
+        velmtest::resetProperties();
         key = velmtest::provisionAddress(db, 1, "alice", "example.com");
         int csid = std::atoi(db.admin().value("SELECT csid FROM public_address WHERE public_address_id = " +
                                               std::to_string(key)).c_str());
@@ -321,7 +321,7 @@ INSTANTIATE_TEST_SUITE_P(Operations, LostSession, testing::ValuesIn(killPoints()
 } // namespace
 
 TEST(RegistrationFault, ALostConnectionAfterTheSetIsLockedTakesTheRollbackLadder) {
-    velm::AppProperties::clear();
+    velmtest::resetProperties();
     velmtest::TestDatabase db;
     int key = velmtest::provisionAddress(db, 1, "alice", "example.com");
     LocationService service;

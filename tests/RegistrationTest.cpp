@@ -3,6 +3,7 @@
 #include "ContactRecord.h"
 #include "LocationService.h"
 #include "Registrations.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 
 #include <gtest/gtest.h>
@@ -33,7 +34,7 @@ const char* const C = "sip:alice@192.0.2.12:5060";
 class Registration : public testing::Test {
 protected:
     void SetUp() override {
-        velm::AppProperties::clear();
+        velmtest::resetProperties();
         key = velmtest::provisionAddress(db, 1, "alice", "example.com");
         ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
     }

@@ -1,10 +1,10 @@
 // Many registrars on shared contact sets while their server sessions are
 // killed and the server restarts: what each caller was told must be what the
 // database holds, and a set never shows two active contacts.
-#include "AppProperties.h"
 #include "ContactRecord.h"
 #include "LocationService.h"
 #include "Registrations.h"
+#include "TestConfiguration.h"
 #include "TestServer.h"
 
 #include <gtest/gtest.h>
@@ -123,7 +123,7 @@ const char* const TWO_ACTIVE = "SELECT csid FROM contact WHERE qvalue = '0.80000
 } // namespace
 
 TEST(RegistrationUnderFaults, KilledSessionsAndARestartLoseNothingAndNeverShowTwoActiveContacts) {
-    velm::AppProperties::clear();
+    velmtest::resetProperties();
     velmtest::ScratchServer scratch(true);
     std::vector<int> keys;
     {

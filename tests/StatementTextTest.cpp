@@ -96,4 +96,6 @@ TEST_F(ConvertTime, OtherLayoutsGiveZero) {
     EXPECT_EQ(0, velm::convertTime("Sun nov 15 06:20:45 2026"));
     EXPECT_EQ(0, velm::convertTime("Sun Nov 15 06:20:45 2026 extra"));
     EXPECT_EQ(0, velm::convertTime(""));
+    EXPECT_EQ(0, velm::convertTime("Fri Dec 31 23:59:59 2147483648")) << "a year beyond any calendar";
+    EXPECT_EQ(0, velm::convertTime("Fri Dec 31 23:59:59 99999999999999999999"));
 }
