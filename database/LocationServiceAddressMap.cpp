@@ -10,6 +10,7 @@
 
 #include <ctime>
 #include <memory>
+#include <unordered_map>
 
 namespace velm {
 
@@ -40,21 +41,43 @@ Hashtable partsOf(const osk::Uri& uri) {
     return parts;
 }
 
-// Takes the entry for a row out of `previous`: rows with the same key each
-// take an entry of their own, preferably the one compiled from their own
-// pattern, so that twins do not swap expressions when one of them goes.
-std::unique_ptr<AddressMap> takeEntry(std::vector<std::unique_ptr<AddressMap>>& previous, const std::string& key,
-                                      const std::string& pattern) {
-    std::unique_ptr<AddressMap>* chosen = nullptr;
-    for (std::unique_ptr<AddressMap>& candidate : previous)
-        if (candidate && candidate->key() == key) {
-            if (candidate->pattern() == pattern)
+// The entries of the list as it was, to be taken over by the rows that
+// still have their key. Rows with the same key each take an entry of their
+// own, preferably the one compiled from their own pattern, so that twins do
+// not swap expressions when one of them goes.
+class PreviousEntries {
+public:
+    void reserve(size_t count) { m_entries.reserve(count); }
+    // Takes ownership of `entry`; cannot fail after reserve() made room.
+    void adopt(AddressMap* entry) { m_entries.emplace_back(entry); }
+    // Once every entry is adopted; should it fail, the entries are freed.
+    void index() {
+        for (size_t at = 0; at < m_entries.size(); ++at)
+            m_byKey[m_entries[at]->key()].push_back(at);
+    }
+
+    std::unique_ptr<AddressMap> take(const std::string& key, const std::string& pattern) {
+        auto found = m_byKey.find(key);
+        if (found == m_byKey.end())
+            return nullptr;
+        std::unique_ptr<AddressMap>* chosen = nullptr;
+        for (size_t at : found->second) {
+            std::unique_ptr<AddressMap>& candidate = m_entries[at];
+            if (candidate && candidate->pattern() == pattern)
                 return std::move(candidate);
-            if (chosen == nullptr)
+            if (candidate && chosen == nullptr)
                 chosen = &candidate;
         }
-    return chosen != nullptr ? std::move(*chosen) : nullptr;
-}
+        return chosen != nullptr ? std::move(*chosen) : nullptr;
+    }
+
+    // Position `at` in the old order; null once a row took it.
+    std::unique_ptr<AddressMap>& operator[](size_t at) { return m_entries[at]; }
+
+private:
+    std::vector<std::unique_ptr<AddressMap>> m_entries;
+    std::unordered_map<std::string, std::vector<size_t>> m_byKey;
+};
 
 } // namespace
 
@@ -122,21 +145,22 @@ void LocationService::synchronizeMaps(const std::vector<AddressMapRecord>& rows)
     }
     // The entries change hands only after every allocation that could fail
     // on the way, so each is owned exactly once, by the list or by these.
-    std::vector<std::unique_ptr<AddressMap>> previous;
+    PreviousEntries previous;
     std::vector<std::unique_ptr<AddressMap>> current;
     previous.reserve(m_addrMap.size());
     current.reserve(rows.size());
     m_addrMap.reserve(rows.size());
     for (AddressMap* entry : m_addrMap)
-        previous.emplace_back(entry);
+        previous.adopt(entry);
     m_addrMap.clear();
+    previous.index();
 
     for (const AddressMapRecord& row : rows) {
         std::string key = row.handle() + "-" + std::to_string(row.csid());
         m_trace.prn("tnow is %ld", static_cast<long>(time(nullptr)));
         m_trace.prn("key=%s, pat=%s, time=%ld, priority=%d, ordering=%s", key.c_str(), row.pattern().c_str(),
                     row.modTime(), row.priority(), row.ordering().c_str());
-        std::unique_ptr<AddressMap> entry = takeEntry(previous, key, row.pattern());
+        std::unique_ptr<AddressMap> entry = previous.take(key, row.pattern());
         if (entry) {
             m_trace.prn("updating existing map entry for %s", key.c_str());
         } else {

@@ -8,7 +8,7 @@
 namespace velm {
 
 DatabaseResult LocationService::getQoS(int* qos) {
-    // The two blanks of the alarm text are what the alarm's readers match.
+    // Two blanks after the dash: monitoring knows the alarm text this way.
     return guarded(" getQoS", [&](DatabaseCommandExecutor& exec) {
         m_trace.prn("LocationService: getting QoS field from system_parameter");
         DatabaseResult result;

@@ -306,10 +306,3 @@ TEST_F(Accessors, AnEmptyAggregatorIdAsksNothing) {
     EXPECT_EQ(-1, aggregator.id());
     EXPECT_TRUE(alarms.alarms().empty());
 }
-
-TEST_F(Accessors, OldEventNotificationsAreDeleted) {
-    db.admin().exec("INSERT INTO event_notify (evt_type, evt_timestamp) VALUES ('old', now() - interval '61 seconds'), "
-                    "('new', now())");
-    ASSERT_TRUE(service.deleteOldEventNotifyRows().okay());
-    EXPECT_EQ("new", db.admin().value("SELECT string_agg(evt_type, ',') FROM event_notify"));
-}

@@ -179,6 +179,65 @@ TEST_F(Velmctl, RegisteringAgainRefreshesTheContact) {
     EXPECT_EQ("ç€😀", db.admin().value("SELECT call_id FROM contact WHERE address = 'sip:alice@192.0.2.11'"));
 }
 
+TEST_F(Velmctl, AddressMapsAreListedAndTriedInOrder) {
+    db.admin().exec("INSERT INTO contact_set (csid) VALUES (5), (6)");
+    db.admin().exec("INSERT INTO contact (csid, address, qvalue, permanent) VALUES "
+                    "(5, 'sip:$user@gw.example.com:$port', '0.800000', true), (6, 'sip:other@gw.example.com', '0.8', true)");
+    db.admin().exec("INSERT INTO address_map (handle, csid, pattern, priority) VALUES ('broken', 6, '^sip:(', 0), "
+                    "('intl', 5, '^sip:00', 1), ('rest', 6, '', 9)");
+    Result list = velm("--json addressmap list");
+    ASSERT_EQ(0, list.status) << list.err;
+    for (const char* marked : {"\"key\":\"broken-6\",\"pattern\":\"^sip:(\"", "\"note\":\"does not compile: matches nothing\"",
+                               "\"key\":\"rest-6\",\"pattern\":\"\"", "\"note\":\"empty: matches every request\""})
+        EXPECT_NE(std::string::npos, list.out.find(marked)) << list.out;
+    EXPECT_LT(list.out.find("broken-6"), list.out.find("intl-5"));
+
+    Result routed = velm("addressmap test 'sip:0044@example.com:5080'");
+    ASSERT_EQ(0, routed.status) << routed.err;
+    EXPECT_NE(std::string::npos, routed.out.find("1      broken-6  ^sip:(   no match\n")) << routed.out;
+    EXPECT_NE(std::string::npos, routed.out.find("2      intl-5    ^sip:00  match\n")) << routed.out;
+    EXPECT_EQ(std::string::npos, routed.out.find("rest-6"));
+    EXPECT_NE(std::string::npos, routed.out.find("sip:0044@gw.example.com:5080  0.800000  active"));
+
+    db.admin().exec("DELETE FROM address_map WHERE handle = 'rest'");
+    Result unmatched = velm("addressmap test 'sip:1@example.com'");
+    EXPECT_EQ(1, unmatched.status);
+    EXPECT_EQ("velmctl: sip:1@example.com: no address map matches\n", unmatched.err);
+    EXPECT_EQ(2, velm("addressmap test 'sip:example.com'").status);
+    EXPECT_EQ(2, velm("addressmap test").status);
+}
+
+TEST_F(Velmctl, PolicyAndConfigurationAnswers) {
+    db.admin().exec("INSERT INTO trusted_host (name, perform_orig_proc) VALUES ('gw.example.com', true)");
+    db.admin().exec("INSERT INTO domain_access (direction, sip_domain, domain_action) VALUES ('i', 'evil.org', 'd')");
+    db.admin().exec("INSERT INTO emergency_call_ids (address) VALUES ('911')");
+    db.admin().exec("INSERT INTO system_parameters VALUES ('velm', 'system', 'node_type', 'edge'), "
+                    "('velm', 'system', 'qos', '46'), ('proxy1', 'routing', 'mode', 'loose')");
+    struct Case {
+        const char* arguments;
+        const char* answer;
+    } cases[] = {
+        {"policy trusted 192.0.2.1 gw.example.com", "\"trusted\":\"yes\",\"matched\":\"gw.example.com\",\"perform_orig_proc\":\"yes\""},
+        {"policy trusted gw.example.com", "\"trusted\":\"yes\""},
+        {"policy trusted 192.0.2.1", "\"trusted\":\"no\""},
+        {"policy domain evil.org", "\"inbound\":\"denied\""},
+        {"policy domain example.org", "\"inbound\":\"allowed\""},
+        {"policy emergency 911", "\"emergency\":\"yes\""},
+        {"policy emergency 9110", "\"emergency\":\"no\""},
+        {"config show", "{\"setting\":\"node_type\",\"value\":\"edge\"},{\"setting\":\"qos\",\"value\":\"46\"}"},
+        {"config show --proxy proxy1", "{\"scope\":\"routing\",\"name\":\"mode\",\"value\":\"loose\"}"},
+    };
+    for (const Case& c : cases) {
+        Result run = velm(std::string("--json ") + c.arguments);
+        EXPECT_EQ(0, run.status) << c.arguments << ": " << run.err;
+        EXPECT_NE(std::string::npos, run.out.find(c.answer)) << c.arguments << ": " << run.out;
+    }
+    EXPECT_EQ(2, velm("policy trusted").status);
+    EXPECT_EQ(2, velm("policy colour red").status);
+    db.admin().exec("ALTER TABLE domain_access RENAME TO lost");
+    EXPECT_EQ(3, velm("policy domain evil.org").status);
+}
+
 TEST(VelmctlEmbedded, StartsAPrivateServerThatTheDemoUsesAndStopsIt) {
     const std::string scratch = "/tmp/velmctl-embedded-" + std::to_string(getpid());
     const std::string dir = scratch + "/db";
@@ -308,6 +367,53 @@ TEST_F(Velmctl, DefaultAndOutboundRoutesFollowTheNodesParameters) {
     EXPECT_EQ("{\"allowed\":true,\"proxy\":\"(direct)\",\"lists\":[],\"messages\":[]}\n",
               velm("--json route outbound sip:bob@near.example.org --internal").out);
     EXPECT_EQ(2, velm("route outbound mailto:bob@example.org").status);
+}
+
+TEST_F(Velmctl, HostileArgumentsNeverRunAStatementOfTheirOwn) {
+    // An argument cannot hold a NUL, and the kernel takes at most 128 KiB.
+    const std::string drop = "'; DROP TABLE canary; --";
+    const std::vector<std::string> values{"o'neil",          "back\\slash\\", "a;b",
+                                          drop,              "\\" + drop,     "\xff\xfe" + drop,
+                                          "\xc3" + drop,     std::string(100000, 'x') + drop};
+    // V stands for the value. Add a line for every new argument.
+    const std::vector<std::string> commandLines{
+        "subscriber add V@example.com",
+        "subscriber add bob@example.com --password V",
+        "register alice@example.com V",
+        "register alice@example.com '<sip:alice@192.0.2.10>' --call-id V",
+        "register alice@example.com '<sip:alice@192.0.2.10>' --q V",
+        "register alice@example.com '<sip:alice@192.0.2.10>' --expires V",
+        "register alice@example.com '<sip:alice@192.0.2.10>' --cseq V",
+        "unregister alice@example.com V",
+        "contacts alice@V",
+        "lookup V@example.com",
+        "route sip:alice@example.com --auth-user V",
+        "route sip:alice@example.com --domain V",
+    };
+    db.admin().exec("CREATE TABLE canary (alive integer); INSERT INTO canary VALUES (1)");
+    ASSERT_EQ(0, velm("subscriber add alice@example.com").status);
+    int callIdsStored = 0;
+    for (const std::string& line : commandLines)
+        for (const std::string& value : values) {
+            std::string quoted = "'";
+            for (char c : value)
+                quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+            quoted += "'";
+            std::string arguments = line;
+            arguments.replace(arguments.find('V'), 1, quoted);
+            SCOPED_TRACE(line + " with " + value.substr(0, 40));
+            Result run = velm(arguments);
+            EXPECT_GE(run.status, 0);
+            EXPECT_LE(run.status, 3) << run.err;
+            ASSERT_EQ("1", db.admin().value("SELECT count(*) FROM canary"));
+            if (run.status == 0 && line.find("--call-id") != std::string::npos) {
+                EXPECT_TRUE(value == db.admin().value("SELECT call_id FROM contact"));
+                ++callIdsStored;
+                ASSERT_EQ(0, velm("unregister alice@example.com '<sip:alice@192.0.2.10>'").status);
+            }
+        }
+    // Every value but the two that are not UTF-8 is a valid call id.
+    EXPECT_EQ(6, callIdsStored);
 }
 
 TEST_F(Velmctl, PrefixCommandsEditTheMapAndRouteNumbers) {

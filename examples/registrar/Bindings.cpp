@@ -22,6 +22,7 @@ velm::DatabaseResult Bindings::current(int key, long now, std::vector<velm::Cont
     std::string ordering;
     bool replaceUri = true;
     std::vector<velm::ContactRecord> stored;
+    // The executor's lookup, so that listing a "cycle" set does not turn it.
     result = m_service.m_exec->lookupContacts(key, ordering, replaceUri, stored, false);
     // Not found with rows: the subscriber is inactive, its bindings remain.
     if (result.notFound())
@@ -65,7 +66,7 @@ SipResponse databaseFailure(const std::string& what, const velm::DatabaseResult&
     SipResponse response(500, "Server Internal Error");
     std::string message = result.getErrorMessage();
     message = message.substr(0, message.find('\n'));
-    response.addWarning("velm-registrar", "database failure: " + what + (message.empty() ? "" : ": " + message));
+    response.addWarning("database failure: " + what + (message.empty() ? "" : ": " + message));
     return response;
 }
 

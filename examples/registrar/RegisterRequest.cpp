@@ -23,9 +23,8 @@ bool readSeconds(const std::string& text, long cap, long& seconds) {
     return true;
 }
 
-bool reject(SipResponse& rejection, int code, const std::string& reason, const std::string& why) {
-    rejection = SipResponse(code, reason);
-    rejection.addWarning("velm-registrar", why);
+bool reject(SipResponse& rejection, const std::string& why) {
+    rejection = SipResponse::badRequest(why);
     return false;
 }
 
@@ -49,16 +48,16 @@ bool readRegister(const SipRequest& request, const ExpiryPolicy& policy, Registe
     long headerExpires = policy.fallback;
     std::string expiresText;
     if (request.expiresHeader(expiresText) && !readSeconds(expiresText, policy.maximum, headerExpires))
-        return reject(rejection, 400, "Bad Request", "invalid Expires header");
+        return reject(rejection, "invalid Expires header");
 
     for (size_t index = 0; index < request.contactCount(); ++index) {
         osip_contact_t* contact = request.contact(index);
         if (contact == nullptr)
-            return reject(rejection, 400, "Bad Request", "unreadable Contact");
+            return reject(rejection, "unreadable Contact");
         if (contact->url == nullptr) {
             // libosip2 reads "Contact: *" as a contact without URI.
             if (contact->displayname == nullptr || std::string(contact->displayname) != "*")
-                return reject(rejection, 400, "Bad Request", "Contact without URI");
+                return reject(rejection, "Contact without URI");
             registration.wildcard = true;
             continue;
         }
@@ -68,9 +67,9 @@ bool readRegister(const SipRequest& request, const ExpiryPolicy& policy, Registe
         binding.expires = headerExpires;
         std::string text;
         if (osipParameter(&contact->gen_params, "expires", text) && !readSeconds(text, policy.maximum, binding.expires))
-            return reject(rejection, 400, "Bad Request", "invalid expires parameter in " + binding.uri);
+            return reject(rejection, "invalid expires parameter in " + binding.uri);
         if (osipParameter(&contact->gen_params, "q", binding.qvalue) && !validQvalue(binding.qvalue))
-            return reject(rejection, 400, "Bad Request", "invalid q parameter in " + binding.uri);
+            return reject(rejection, "invalid q parameter in " + binding.uri);
         if (binding.expires != 0 && binding.expires < policy.minimum) {
             rejection = SipResponse(423, "Interval Too Brief");
             rejection.addHeader("Min-Expires", std::to_string(policy.minimum));
@@ -79,7 +78,7 @@ bool readRegister(const SipRequest& request, const ExpiryPolicy& policy, Registe
         registration.contacts.push_back(binding);
     }
     if (registration.wildcard && (!registration.contacts.empty() || headerExpires != 0 || expiresText.empty()))
-        return reject(rejection, 400, "Bad Request", "Contact: * needs Expires: 0 and no other Contact");
+        return reject(rejection, "Contact: * needs Expires: 0 and no other Contact");
     return true;
 }
 

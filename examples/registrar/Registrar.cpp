@@ -26,12 +26,6 @@ const velm::ContactRecord* findStored(const ContactBinding& binding, const std::
     return nullptr;
 }
 
-SipResponse badRequest(const std::string& why) {
-    SipResponse response(400, "Bad Request");
-    response.addWarning("velm-registrar", why);
-    return response;
-}
-
 } // namespace
 
 Registrar::Registrar(velm::LocationService& service, const ExpiryPolicy& policy)
@@ -43,9 +37,9 @@ SipResponse Registrar::handle(const SipRequest& request) {
     if (!readRegister(request, m_policy, registration, rejection))
         return rejection;
     if (!request.toIsSip() || request.toUser().empty() || request.toHost().empty())
-        return badRequest("To is not an address of record");
+        return SipResponse::badRequest("To is not an address of record");
     if (request.cseq() < 0)
-        return badRequest("invalid CSeq number");
+        return SipResponse::badRequest("invalid CSeq number");
 
     int key = 0;
     velm::DatabaseResult result = m_bindings.key(request.toUser(), request.toHost(), key);
@@ -72,7 +66,7 @@ SipResponse Registrar::handle(const SipRequest& request) {
     for (const ContactBinding& binding : registration.contacts) {
         const velm::ContactRecord* match = findStored(binding, stored);
         if (match != nullptr && match->callId() == request.callId() && match->cseq() >= request.cseq())
-            return badRequest("CSeq " + std::to_string(request.cseq()) + " is not newer than the binding's");
+            return SipResponse::badRequest("CSeq " + std::to_string(request.cseq()) + " is not newer than the binding's");
         changes.push_back(Change{binding, match});
     }
     for (const Change& change : changes) {

@@ -20,7 +20,6 @@ std::string RequestHandler::handle(const char* datagram, size_t length) {
         return std::string();
     }
     const std::string method = request.method();
-    m_trace.prn("%s %s", method.c_str(), request.requestUri().c_str());
     SipResponse response;
     if (method == "ACK") {
         return std::string();
@@ -35,8 +34,9 @@ std::string RequestHandler::handle(const char* datagram, size_t length) {
         response = SipResponse(405, "Method Not Allowed");
         response.addHeader("Allow", ALLOWED_METHODS);
     }
-    m_trace.prn("%s %s: %d %s", method.c_str(), request.requestUri().c_str(), response.code(),
-                response.reason().c_str());
+    if (m_trace.enabled())
+        m_trace.prn("%s %s: %d %s", method.c_str(), request.requestUri().c_str(), response.code(),
+                    response.reason().c_str());
     return response.render(request);
 }
 

@@ -25,7 +25,13 @@ void SipResponse::addHeader(const std::string& name, const std::string& value) {
     m_headers.push_back(name + ": " + value);
 }
 
-void SipResponse::addWarning(const std::string& agent, const std::string& text) {
+SipResponse SipResponse::badRequest(const std::string& why) {
+    SipResponse response(400, "Bad Request");
+    response.addWarning(why);
+    return response;
+}
+
+void SipResponse::addWarning(const std::string& text) {
     std::string quoted;
     for (char c : text) {
         if (c == '\r' || c == '\n' || c == '\t')
@@ -34,7 +40,7 @@ void SipResponse::addWarning(const std::string& agent, const std::string& text) 
             quoted += '\\';
         quoted += c;
     }
-    addHeader("Warning", "399 " + agent + " \"" + quoted + "\"");
+    addHeader("Warning", "399 velm-registrar \"" + quoted + "\"");
 }
 
 std::string SipResponse::render(const SipRequest& request) const {

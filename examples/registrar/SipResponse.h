@@ -12,6 +12,9 @@ class SipRequest;
 // Call-ID and CSeq, then the headers added here, and no body.
 class SipResponse {
 public:
+    // 400 Bad Request with a Warning saying why.
+    static SipResponse badRequest(const std::string& why);
+
     SipResponse() = default;
     SipResponse(int code, const std::string& reason) : m_code(code), m_reason(reason) {}
 
@@ -19,9 +22,9 @@ public:
     const std::string& reason() const { return m_reason; }
     // `name: value`, in the order added.
     void addHeader(const std::string& name, const std::string& value);
-    // A Warning (code 399) whose text is `text` made safe for a quoted
-    // string.
-    void addWarning(const std::string& agent, const std::string& text);
+    // A Warning from this server (code 399) whose text is `text` made safe
+    // for a quoted string.
+    void addWarning(const std::string& text);
     const std::vector<std::string>& headers() const { return m_headers; }
 
     std::string render(const SipRequest& request) const;

@@ -91,6 +91,7 @@ void SipServer::work() {
         // Another worker took the datagram.
         if (received <= 0)
             continue;
+        // The answer goes back where the request came from, as with rport.
         std::string reply = handler.handle(buffer.data(), static_cast<size_t>(received));
         if (!reply.empty() &&
             sendto(m_socket, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr*>(&peer), peerLength) < 0)

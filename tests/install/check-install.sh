@@ -15,3 +15,5 @@ cmake --build "$prefix/consumer-build" >/dev/null
 test -f "$prefix/lib/pkgconfig/velmdb.pc" || test -f "$prefix"/lib/*/pkgconfig/velmdb.pc
 LD_LIBRARY_PATH="$prefix/lib:$(dirname "$(ls "$prefix"/lib*/libvelmdb.so* "$prefix"/lib/*/libvelmdb.so* 2>/dev/null | head -n 1)")" \
     ASAN_OPTIONS=detect_leaks=0 "$prefix/consumer-build/consumer"
+# The example server is installed with the library and finds it.
+{ ASAN_OPTIONS=detect_leaks=0 "$prefix/bin/velm-registrar" --help 2>&1 || true; } | grep -q '^usage: velm-registrar'
