@@ -55,24 +55,47 @@ bool isIpv6(const std::string& host) {
 }
 
 // "name[=value]" items joined by `separator`, escaped as libosip2 writes them.
-// False when an item has no name: libosip2 makes one of an escaped blank
-// ("%20") and would end the list at the empty item when the text is parsed
-// again, so such a URI could not be given back as it was read.
-bool joinParameters(const osip_list_t* list, char separator, char* (*escape)(char*), std::string& text) {
-    text.clear();
+std::string joinParameters(const osip_list_t* list, char separator, char* (*escape)(char*)) {
+    std::string text;
     osip_list_iterator_t it;
     for (auto* item = static_cast<osip_uri_param_t*>(osip_list_get_first(const_cast<osip_list_t*>(list), &it));
          item != nullptr; item = static_cast<osip_uri_param_t*>(osip_list_get_next(&it))) {
-        std::string name = take(escape(item->gname));
-        if (name.empty())
-            return false;
         if (!text.empty())
             text += separator;
-        text += name;
+        text += take(escape(item->gname));
         if (item->gvalue != nullptr)
             text += "=" + take(escape(item->gvalue));
     }
-    return true;
+    return text;
+}
+
+// True when `piece` starts or ends with an escaped blank ("%20", "%09",
+// "%0A", "%0D"): libosip2 trims what it unescapes, so such a name or value
+// would not come back as it was written.
+bool trimmedByOsip(const std::string& piece) {
+    auto blankAt = [&piece](size_t at) {
+        if (at + 3 > piece.size() || piece[at] != '%')
+            return false;
+        std::string code = piece.substr(at + 1, 2);
+        return code == "20" || code == "09" || strcasecmp(code.c_str(), "0a") == 0 ||
+               strcasecmp(code.c_str(), "0d") == 0;
+    };
+    return blankAt(0) || (piece.size() >= 3 && blankAt(piece.size() - 3));
+}
+
+// Whether a name or value of the parameters and headers in `tail` (the text
+// from the first ';' or '?' after the host) starts or ends with an escaped blank.
+bool hasTrimmedPiece(const std::string& tail) {
+    size_t start = 0;
+    while (start < tail.size()) {
+        size_t end = tail.find_first_of(";?&=", start + 1);
+        if (end == std::string::npos)
+            end = tail.size();
+        if (trimmedByOsip(tail.substr(start + 1, end - start - 1)))
+            return true;
+        start = end;
+    }
+    return false;
 }
 
 } // namespace
@@ -159,9 +182,13 @@ bool Uri::parse(const std::string& text) {
     m_hasPassword = uri->password != nullptr;
     if (m_hasPassword)
         m_password = take(__osip_uri_escape_password(uri->password));
-    if (!joinParameters(&uri->url_params, ';', &__osip_uri_escape_uri_param, m_parameters) ||
-        !joinParameters(&uri->url_headers, '&', &__osip_uri_escape_header_param, m_headers))
-        return fail("not a SIP URI: a parameter or header without a name");
+    // Userinfo cannot hold an unescaped '@'; the host part holds no ';' or '?'.
+    size_t hostStart = uri->username != nullptr ? text.find('@') : colon;
+    size_t tail = text.find_first_of(";?", hostStart);
+    if (tail != std::string::npos && hasTrimmedPiece(text.substr(tail)))
+        return fail("not a SIP URI: a parameter or header starts or ends with an escaped blank");
+    m_parameters = joinParameters(&uri->url_params, ';', &__osip_uri_escape_uri_param);
+    m_headers = joinParameters(&uri->url_headers, '&', &__osip_uri_escape_header_param);
     m_error.clear();
     return true;
 }
