@@ -55,18 +55,24 @@ bool isIpv6(const std::string& host) {
 }
 
 // "name[=value]" items joined by `separator`, escaped as libosip2 writes them.
-std::string joinParameters(const osip_list_t* list, char separator, char* (*escape)(char*)) {
-    std::string text;
+// False when an item has no name: libosip2 makes one of an escaped blank
+// ("%20") and would end the list at the empty item when the text is parsed
+// again, so such a URI could not be given back as it was read.
+bool joinParameters(const osip_list_t* list, char separator, char* (*escape)(char*), std::string& text) {
+    text.clear();
     osip_list_iterator_t it;
     for (auto* item = static_cast<osip_uri_param_t*>(osip_list_get_first(const_cast<osip_list_t*>(list), &it));
          item != nullptr; item = static_cast<osip_uri_param_t*>(osip_list_get_next(&it))) {
+        std::string name = take(escape(item->gname));
+        if (name.empty())
+            return false;
         if (!text.empty())
             text += separator;
-        text += take(escape(item->gname));
+        text += name;
         if (item->gvalue != nullptr)
             text += "=" + take(escape(item->gvalue));
     }
-    return text;
+    return true;
 }
 
 } // namespace
@@ -153,8 +159,9 @@ bool Uri::parse(const std::string& text) {
     m_hasPassword = uri->password != nullptr;
     if (m_hasPassword)
         m_password = take(__osip_uri_escape_password(uri->password));
-    m_parameters = joinParameters(&uri->url_params, ';', &__osip_uri_escape_uri_param);
-    m_headers = joinParameters(&uri->url_headers, '&', &__osip_uri_escape_header_param);
+    if (!joinParameters(&uri->url_params, ';', &__osip_uri_escape_uri_param, m_parameters) ||
+        !joinParameters(&uri->url_headers, '&', &__osip_uri_escape_header_param, m_headers))
+        return fail("not a SIP URI: a parameter or header without a name");
     m_error.clear();
     return true;
 }

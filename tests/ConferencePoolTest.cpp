@@ -123,13 +123,6 @@ TEST_F(ConferencePool, ExhaustedPoolIsNotFoundAndClosesTheTransaction) {
                                        pid.getValue(0, 0)));
 }
 
-TEST_F(ConferencePool, UnknownUserStillGetsAFreeBridge) {
-    bridges(3, 8001, 1);
-    std::string extension;
-    ASSERT_TRUE(exec.useOneAvailConfExt("nobody", extension).okay());
-    EXPECT_EQ("8001", extension);
-}
-
 TEST_F(ConferencePool, ReservationNeedsAUser) {
     bridges(1, 7001, 1);
     std::string extension = "stale";

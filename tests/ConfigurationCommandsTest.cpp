@@ -92,22 +92,6 @@ TEST_F(ConfigurationCommands, HostInfoMapsEveryParameterToItsField) {
     EXPECT_TRUE(info.outboundAllowExternal());
 }
 
-TEST_F(ConfigurationCommands, HostInfoWithoutParametersIsNotFound) {
-    velm::HostInfo info;
-    EXPECT_TRUE(exec.getHostInfo(info).notFound());
-    EXPECT_TRUE(info.outboundAllowInternal());
-    EXPECT_FALSE(info.outboundAllowExternal());
-}
-
-TEST_F(ConfigurationCommands, QoSIsTheNumberOfTheQosParameter) {
-    int qos = -7;
-    EXPECT_TRUE(exec.getQoSField(&qos).notFound());
-    EXPECT_EQ(-7, qos);
-    velmParameter("qos", "'46'");
-    ASSERT_TRUE(exec.getQoSField(&qos).okay());
-    EXPECT_EQ(46, qos);
-}
-
 TEST_F(ConfigurationCommands, ProxyConfigReplacesTheItemsWithThoseOfTheNamedProxy) {
     parameter("proxyA", "system", "port", "'5060'");
     parameter("proxyA", "tls", "cert", "NULL");
@@ -179,32 +163,25 @@ TEST(ConfigurationCommandsServerGone, SystemParameterValueReportsAFailedStatemen
                  "'velm') AND (system_parameters.scope = 'system')) AND (system_parameters.name = 'qos'));"));
 }
 
-TEST_F(ConfigurationCommands, SystemCredentialsOfTheEdgeAndOfTheHome) {
+TEST_F(ConfigurationCommands, SystemCredentialsOfTheEdgeAndOfTheHomeGoOutAsOneText) {
     // The credentials are looked up in any scope.
     parameter("velm", "admin", "EdgeUsername", "'edge-user'");
     parameter("velm", "admin", "EdgePassword", "'edge-secret'");
     parameter("velm", "admin", "HomeUsername", "'home-user'");
     parameter("velm", "admin", "HomePassword", "'home-secret'");
 
+    velmtest::TraceCapture capture({"DatabaseConnection"});
     std::string user, password;
     ASSERT_TRUE(exec.getSystemUserAndPasswordValues(user, password, true).okay());
     EXPECT_EQ("edge-user", user);
     EXPECT_EQ("edge-secret", password);
-    ASSERT_TRUE(exec.getSystemUserAndPasswordValues(user, password, false).okay());
-    EXPECT_EQ("home-user", user);
-    EXPECT_EQ("home-secret", password);
-}
-
-TEST_F(ConfigurationCommands, SystemCredentialsGoOutAsOneTextForThePassword) {
-    parameter("velm", "system", "EdgeUsername", "'edge-user'");
-    parameter("velm", "system", "EdgePassword", "'edge-secret'");
-    velmtest::TraceCapture capture({"DatabaseConnection"});
-    std::string user, password;
-    ASSERT_TRUE(exec.getSystemUserAndPasswordValues(user, password, true).okay());
     const std::string select = "SELECT system_parameters.value FROM system_parameters WHERE "
                                "system_parameters.application = 'velm' AND system_parameters.name = ";
     EXPECT_TRUE(capture.contains("DatabaseConnection", "Executing query: \n" + select + "'EdgeUsername';" + select +
                                                            "'EdgePassword';\n"));
+    ASSERT_TRUE(exec.getSystemUserAndPasswordValues(user, password, false).okay());
+    EXPECT_EQ("home-user", user);
+    EXPECT_EQ("home-secret", password);
 }
 
 TEST_F(ConfigurationCommands, MissingHomePasswordIsReportedAsTheEdgePassword) {

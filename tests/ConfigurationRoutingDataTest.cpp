@@ -65,12 +65,6 @@ TEST_F(RoutingData, PrefixMapsAreAppendedWithTheirNumbers) {
     EXPECT_EQ(12, maps[3].csid());
 }
 
-TEST_F(RoutingData, NoPrefixMapsIsOkay) {
-    std::vector<velm::PrefixMapRecord> maps;
-    EXPECT_TRUE(exec.getPrefixMaps(maps).okay());
-    EXPECT_TRUE(maps.empty());
-}
-
 TEST_F(RoutingData, AddressMapsComeByPriorityWithTheirSetsSettings) {
     time_t modified = 1794810045;
     db.admin().exec("INSERT INTO address_map (handle, csid, pattern, modification_time, priority) VALUES "

@@ -187,8 +187,6 @@ TEST_P(ConferenceCapacity, EventsFireOnReachingTheLevelExactly) {
 INSTANTIATE_TEST_SUITE_P(Pools, ConferenceCapacity,
                          testing::Values(CapacityCase{10, 7, 0, "zuVELMConfCapacity"},
                                          CapacityCase{10, 5, 2, "zuVELMConfCapacity"}, CapacityCase{10, 8, 0, nullptr},
-                                         CapacityCase{10, 6, 3, "zuVELMConfCapExceeded"},
-                                         CapacityCase{10, 0, 0, nullptr}, CapacityCase{5, 3, 0, "zuVELMConfCapacity"},
-                                         CapacityCase{3, 1, 0, nullptr},
+                                         CapacityCase{10, 6, 3, "zuVELMConfCapExceeded"}, CapacityCase{3, 1, 0, nullptr},
                                          // ceil(2.4) is the total: the full-pool event wins.
                                          CapacityCase{3, 2, 0, "zuVELMConfCapExceeded"}));

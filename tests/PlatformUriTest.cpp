@@ -99,6 +99,7 @@ TEST(PlatformUri, InvalidTextsSayWhy) {
         {"sip:", "not a SIP URI: malformed (user, host, port or parameters)"},
         {"sip:alice@", "not a SIP URI: malformed (user, host, port or parameters)"},
         {"sip:@atlanta.com", "not a SIP URI: empty user part before '@'"},
+        {"sip:atlanta.com;%20;lr", "not a SIP URI: a parameter or header without a name"},
         {"sip:alice @atlanta.com", "not a SIP URI: it contains a blank or control character"},
         {"sip:alice@atlanta.com\r\n", "not a SIP URI: it contains a blank or control character"},
         {"sip:alice@atlanta.com:abc", "not a SIP URI: invalid port \"abc\""},
