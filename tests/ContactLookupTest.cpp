@@ -5,6 +5,7 @@
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "Provisioning.h"
+#include "Registrations.h"
 #include "TestServer.h"
 #include "TraceCapture.h"
 
@@ -17,17 +18,11 @@ using velm::ContactRecord;
 using velm::DatabaseCommandExecutor;
 using velm::DatabaseResult;
 using velmtest::TestDatabase;
+using velmtest::addresses;
 
 namespace {
 
 const char* const CHANNEL = "DatabaseCommandExecutor";
-
-std::vector<std::string> addresses(const std::vector<ContactRecord>& contacts) {
-    std::vector<std::string> result;
-    for (const ContactRecord& contact : contacts)
-        result.push_back(contact.address());
-    return result;
-}
 
 // Subscriber 7, set 100 (replace_uri false): alice@example.com (10) with
 // three registered contacts. Subscriber 8, set 200 ("cycle"): bob (20) with

@@ -3,6 +3,7 @@
 #include "ContactRecord.h"
 #include "LocationService.h"
 #include "Provisioning.h"
+#include "Registrations.h"
 #include "TestServer.h"
 #include "TraceCapture.h"
 
@@ -26,13 +27,6 @@ struct LookupCase {
     const char* messageStart;
     std::vector<std::string> addresses;
 };
-
-std::vector<std::string> addressesOf(const std::vector<ContactRecord>& contacts) {
-    std::vector<std::string> addresses;
-    for (const ContactRecord& contact : contacts)
-        addresses.push_back(contact.address());
-    return addresses;
-}
 
 } // namespace
 
@@ -94,7 +88,7 @@ TEST_F(DigitMap, RoutesByPrefixAndRewritesOnlyTheFirstContact) {
         DatabaseResult result = service->lookupDigitMap(c.uri, ordering, redirect, contacts);
         EXPECT_EQ(c.status, result.m_status) << result.getErrorMessage();
         EXPECT_EQ(0u, result.getErrorMessage().find(c.messageStart)) << result.getErrorMessage();
-        EXPECT_EQ(c.addresses, addressesOf(contacts));
+        EXPECT_EQ(c.addresses, velmtest::addresses(contacts));
         EXPECT_EQ("sequential", ordering);
     }
 }

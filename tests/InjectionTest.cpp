@@ -12,7 +12,7 @@
 #include "SubscriberRecord.h"
 #include "TestConfiguration.h"
 #include "TestServer.h"
-#include "Trace.h"
+#include "TraceCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -20,7 +20,6 @@
 #include <fstream>
 #include <functional>
 #include <iterator>
-#include <mutex>
 
 using velm::ContactRecord;
 using velm::DatabaseCommandExecutor;
@@ -81,28 +80,15 @@ std::string lower(std::string text) {
     return text;
 }
 
-// The statements the library sends while it lives.
-class SentStatements : public velm::TraceSink {
-public:
-    SentStatements() {
-        velm::Trace::enable("DatabaseConnection", true);
-        velm::Trace::setSink(this);
-    }
-    ~SentStatements() override {
-        velm::Trace::setSink(nullptr);
-        velm::Trace::enable("DatabaseConnection", false);
-    }
-    void write(const char*, const char* text) override {
-        static const std::string prefix = "Executing query: \n";
-        std::string line(text);
+// The statements the library sent while `capture` lived.
+std::vector<std::string> statements(const velmtest::TraceCapture& capture) {
+    const std::string prefix = "Executing query: \n";
+    std::vector<std::string> found;
+    for (const auto& line : capture.lines("DatabaseConnection"))
         if (line.rfind(prefix, 0) == 0)
-            m_statements.push_back(line.substr(prefix.size(), line.size() - prefix.size() - 1));
-    }
-    const std::vector<std::string>& statements() const { return m_statements; }
-
-private:
-    std::vector<std::string> m_statements;
-};
+            found.push_back(line.substr(prefix.size(), line.size() - prefix.size() - 1));
+    return found;
+}
 
 // The server log from the moment this object is made.
 class ServerLog {
@@ -284,100 +270,102 @@ std::vector<EntryPoint> entryPoints() {
     points.push_back({"RefreshSteps_qvalue", steps(refreshSteps, QVALUE), Expect::Refused, nullptr});
     points.push_back({"RefreshScript_qvalue", plain(refreshPlain, QVALUE, false), Expect::Refused, nullptr});
     points.push_back({"RefreshAutoCommit_qvalue", plain(refreshPlain, QVALUE, true), Expect::Refused, nullptr});
-    // The facade's lookups by name.
-    points.push_back({"IsLocalUser_user", facade([](LocationService& s, const char* v) {
-                          return s.isLocalUser(v, "example.com");
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"GetPublicAddressKey_user", facade([](LocationService& s, const char* v) {
-                          int key = 0;
-                          return s.getPublicAddressKey(v, "example.com", key);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"GetPublicAddressKeyCSID_host", facade([](LocationService& s, const char* v) {
-                          int key = 0, csid = 0;
-                          return s.getPublicAddressKeyCSID("alice", v, key, csid);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"FacadeLookupSubscriber_domain", facade([](LocationService& s, const char* v) {
-                          velm::SubscriberRecord found;
-                          return s.lookupSubscriber("alice", v, found);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"FacadeGetIdentity_user", facade([](LocationService& s, const char* v) {
-                          std::string identity;
-                          return s.getIdentity(v, "example.com", identity);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"LookupContacts_user", facade([](LocationService& s, const char* v) {
-                          std::string ordering;
-                          bool redirect = false;
-                          Contacts contacts;
-                          return s.lookupContacts(v, "example.com", "sip:alice@example.com", ordering, redirect,
-                                                  contacts);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"FacadeGetProxyConfig", facade([](LocationService& s, const char* v) {
-                          std::vector<velm::ProxyConfig> items;
-                          return s.getProxyConfig(v, items);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"ResolveConfSvrUri_authUser", facade([](LocationService& s, const char* v) {
-                          bool flag = false;
-                          ContactRecord bridge;
-                          return s.resolveConfSvrUri(v, flag, bridge);
-                      }),
-                      Expect::Selects, nullptr});
+    // The facade's lookups by name and the executor's commands that take
+    // text: the value only selects rows.
+    using Facade = std::function<DatabaseResult(LocationService&, const char*)>;
+    using Command = std::function<DatabaseResult(DatabaseCommandExecutor&, const char*)>;
+    const std::vector<std::pair<const char*, Facade>> lookups{
+        {"IsLocalUser_user", [](LocationService& s, const char* v) { return s.isLocalUser(v, "example.com"); }},
+        {"GetPublicAddressKey_user",
+         [](LocationService& s, const char* v) {
+             int key = 0;
+             return s.getPublicAddressKey(v, "example.com", key);
+         }},
+        {"GetPublicAddressKeyCSID_host",
+         [](LocationService& s, const char* v) {
+             int key = 0, csid = 0;
+             return s.getPublicAddressKeyCSID("alice", v, key, csid);
+         }},
+        {"FacadeLookupSubscriber_domain",
+         [](LocationService& s, const char* v) {
+             velm::SubscriberRecord found;
+             return s.lookupSubscriber("alice", v, found);
+         }},
+        {"FacadeGetIdentity_user",
+         [](LocationService& s, const char* v) {
+             std::string identity;
+             return s.getIdentity(v, "example.com", identity);
+         }},
+        {"LookupContacts_user",
+         [](LocationService& s, const char* v) {
+             std::string ordering;
+             bool redirect = false;
+             Contacts contacts;
+             return s.lookupContacts(v, "example.com", "sip:alice@example.com", ordering, redirect, contacts);
+         }},
+        {"FacadeGetProxyConfig",
+         [](LocationService& s, const char* v) {
+             std::vector<velm::ProxyConfig> items;
+             return s.getProxyConfig(v, items);
+         }},
+        {"ResolveConfSvrUri_authUser",
+         [](LocationService& s, const char* v) {
+             bool flag = false;
+             ContactRecord bridge;
+             return s.resolveConfSvrUri(v, flag, bridge);
+         }},
+    };
+    for (const auto& lookup : lookups)
+        points.push_back({lookup.first, facade(lookup.second), Expect::Selects, nullptr});
     points.push_back({"GetSipEventAggregator_id", facade([](LocationService& s, const char* v) {
                           velm::SipEventAggregator aggregator;
                           return s.getSipEventAggregator(v, aggregator);
                       }),
                       Expect::Refused, nullptr});
-    // The executor's commands that take text.
-    points.push_back({"LookupPublicAddress_handle", executor([](DatabaseCommandExecutor& e, const char* v) {
-                          velm::PublicAddressRecord found;
-                          return e.lookupPublicAddress(v, "example.com", found);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"GetIdentity_domain", executor([](DatabaseCommandExecutor& e, const char* v) {
-                          std::string identity;
-                          return e.getIdentity("alice", v, identity);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"LookupExtension", executor([](DatabaseCommandExecutor& e, const char* v) {
-                          int paid = 0, registered = 0;
-                          std::string handle, domain;
-                          return e.lookupExtension(v, paid, handle, domain, registered);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"LookupSubscriber_handle", executor([](DatabaseCommandExecutor& e, const char* v) {
-                          velm::SubscriberRecord found;
-                          return fromInt(e.lookupSubscriber(v, "example.com", found, false));
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"GetProxyConfig", executor([](DatabaseCommandExecutor& e, const char* v) {
-                          std::vector<velm::ProxyConfig> items;
-                          return e.getProxyConfig(v, items);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"GetSystemParameterValue_name", executor([](DatabaseCommandExecutor& e, const char* v) {
-                          std::string value;
-                          return e.getSystemParameterValue("velm", "system", v, value);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"UpdateTimer_handle", executor([](DatabaseCommandExecutor& e, const char* v) {
-                          return e.updateTimer(v, "example.com", 60);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"UseOneAvailConfExt", executor([](DatabaseCommandExecutor& e, const char* v) {
-                          std::string extension;
-                          return e.useOneAvailConfExt(v, extension);
-                      }),
-                      Expect::Selects, nullptr});
-    points.push_back({"RemoveContact_domain", executor([](DatabaseCommandExecutor& e, const char* v) {
-                          return fromInt(e.removeContact("alice", v, A));
-                      }),
-                      Expect::Selects, nullptr});
+    const std::vector<std::pair<const char*, Command>> commands{
+        {"LookupPublicAddress_handle",
+         [](DatabaseCommandExecutor& e, const char* v) {
+             velm::PublicAddressRecord found;
+             return e.lookupPublicAddress(v, "example.com", found);
+         }},
+        {"GetIdentity_domain",
+         [](DatabaseCommandExecutor& e, const char* v) {
+             std::string identity;
+             return e.getIdentity("alice", v, identity);
+         }},
+        {"LookupExtension",
+         [](DatabaseCommandExecutor& e, const char* v) {
+             int paid = 0, registered = 0;
+             std::string handle, domain;
+             return e.lookupExtension(v, paid, handle, domain, registered);
+         }},
+        {"LookupSubscriber_handle",
+         [](DatabaseCommandExecutor& e, const char* v) {
+             velm::SubscriberRecord found;
+             return fromInt(e.lookupSubscriber(v, "example.com", found, false));
+         }},
+        {"GetProxyConfig",
+         [](DatabaseCommandExecutor& e, const char* v) {
+             std::vector<velm::ProxyConfig> items;
+             return e.getProxyConfig(v, items);
+         }},
+        {"GetSystemParameterValue_name",
+         [](DatabaseCommandExecutor& e, const char* v) {
+             std::string value;
+             return e.getSystemParameterValue("velm", "system", v, value);
+         }},
+        {"UpdateTimer_handle",
+         [](DatabaseCommandExecutor& e, const char* v) { return e.updateTimer(v, "example.com", 60); }},
+        {"UseOneAvailConfExt",
+         [](DatabaseCommandExecutor& e, const char* v) {
+             std::string extension;
+             return e.useOneAvailConfExt(v, extension);
+         }},
+        {"RemoveContact_domain",
+         [](DatabaseCommandExecutor& e, const char* v) { return fromInt(e.removeContact("alice", v, A)); }},
+    };
+    for (const auto& command : commands)
+        points.push_back({command.first, executor(command.second), Expect::Selects, nullptr});
     points.push_back({"AddContact_capabilities", executor([](DatabaseCommandExecutor& e, const char* v) {
                           ContactRecord record = registering(CAPABILITIES, v);
                           record.setAddress("sip:other@192.0.2.30");
@@ -408,9 +396,9 @@ TEST_P(Injection, EachValueIsOneEscapedLiteralOrRefused) {
         DatabaseResult result;
         std::vector<std::string> sent;
         {
-            SentStatements statements;
+            velmtest::TraceCapture capture({"DatabaseConnection"});
             result = entry.run(target, hostile.value);
-            sent = statements.statements();
+            sent = statements(capture);
         }
 
         EXPECT_EQ("1", target.db.admin().value("SELECT count(*) FROM canary"));

@@ -1,7 +1,6 @@
 // The PostgreSQL backend against the run's private server: connecting, reading
 // results, and the one reset-and-retry of execute().
 #include "DatabaseConnection.h"
-#include "DatabaseConnectionPgsql.h"
 #include "QueryResultPgsql.h"
 #include "QueryResultPtr.h"
 #include "TestServer.h"
@@ -54,15 +53,6 @@ protected:
 
 } // namespace
 
-TEST(PgsqlFactories, ResultsArePostgresUnlessConfiguredOtherwise) {
-    QueryResultPtr result;
-    EXPECT_NE(nullptr, dynamic_cast<QueryResultPgsql*>(result.m_qres));
-    Connection conn = newConnection();
-    EXPECT_NE(nullptr, dynamic_cast<velm::DatabaseConnectionPgsql*>(conn.get()));
-    DatabaseConnection::releaseConnection(nullptr);
-    velm::QueryResult::deleteQueryResult(nullptr);
-}
-
 TEST(PgsqlResult, EmptyHandleReadsAsNothingExecuted) {
     QueryResultPtr result;
     EXPECT_EQ(0, result.rows());
@@ -105,7 +95,7 @@ TEST(PgsqlConnect, UnknownDatabaseFailsWithTheServersText) {
     conn->close();
 }
 
-TEST(PgsqlConnect, UrlGivesHostPortAndDatabaseItems) {
+TEST(PgsqlConnect, UrlGivesHostPortAndDatabaseItemsAndOnlyAPortGivesAPortItem) {
     TestDatabase db;
     TraceCapture capture({"DatabaseConnection"});
     std::string port = velmtest::server().port;
@@ -115,18 +105,13 @@ TEST(PgsqlConnect, UrlGivesHostPortAndDatabaseItems) {
     EXPECT_TRUE(conn->active());
     EXPECT_TRUE(capture.contains("DatabaseConnection", "host=, db=" + db.name() + ", port=" + port));
     EXPECT_TRUE(capture.contains("DatabaseConnection", "port=" + port + " dbname=" + db.name() + " user=velm password=pw"));
-}
 
-TEST(PgsqlConnect, PlainNameAndPortlessUrlGiveNoPortItem) {
-    TestDatabase db;
-    TraceCapture capture({"DatabaseConnection"});
     Connection plain = newConnection();
     ASSERT_TRUE(plain->connect(db.name().c_str(), "velm", "pw"));
     EXPECT_TRUE(capture.contains("DatabaseConnection", "dbname=" + db.name() + " user=velm password=pw"));
 
     Connection portless = newConnection();
-    std::string url = "postgresql:///" + db.name();
-    ASSERT_TRUE(portless->connect(url.c_str(), "velm", "pw")) << portless->getErrorMessage();
+    ASSERT_TRUE(portless->connect(("postgresql:///" + db.name()).c_str(), "velm", "pw")) << portless->getErrorMessage();
     EXPECT_TRUE(capture.contains("DatabaseConnection", "host=, db=" + db.name() + ", port="));
 }
 
@@ -152,17 +137,13 @@ TEST_F(PgsqlBackend, SelectGivesRowsColumnsAndNullAsEmptyText) {
     EXPECT_EQ("PGRES_TUPLES_OK", name);
 }
 
-TEST_F(PgsqlBackend, EmptySelectIsNoFailure) {
+TEST_F(PgsqlBackend, EmptySelectIsNoFailureAndUpdateCountComesFromTheCommandTag) {
     QueryResultPtr result;
     ASSERT_TRUE(conn->execute("SELECT id FROM item", result));
     EXPECT_FALSE(result.failed());
     EXPECT_EQ(0, result.rows());
     EXPECT_EQ(1, result.columns());
     EXPECT_EQ(nullptr, result.getValue(0, 0));
-}
-
-TEST_F(PgsqlBackend, UpdateCountComesFromTheCommandTag) {
-    QueryResultPtr result;
     ASSERT_TRUE(conn->execute("INSERT INTO item (id) VALUES (1), (2), (3)", result));
     EXPECT_EQ(3, result.updateCount());
     ASSERT_TRUE(conn->execute("UPDATE item SET note = 'n' WHERE id > 1", result));

@@ -84,7 +84,7 @@ TEST(PlatformThread, RunsOnceAndJoinsOnce) {
     EXPECT_NE(std::this_thread::get_id(), runner);
 }
 
-TEST(PlatformQueue, ItemsComeOutInOrder) {
+TEST(PlatformQueue, ItemsComeOutInOrderThenTheEmptyQueueTimesOut) {
     osk::Queue<int*> queue;
     int first = 1, second = 2;
     EXPECT_TRUE(queue.enqueue(&first));
@@ -94,11 +94,9 @@ TEST(PlatformQueue, ItemsComeOutInOrder) {
     EXPECT_EQ(&first, item);
     EXPECT_EQ(0, queue.dequeue(item, 5, 0));
     EXPECT_EQ(&second, item);
-}
 
-TEST(PlatformQueue, EmptyQueueTimesOut) {
-    osk::Queue<int*> queue;
-    int* item = nullptr;
+    // Empty now: the wait times out.
+    item = nullptr;
     ElapsedTimeCounter counter;
     EXPECT_EQ(1, queue.dequeue(item, 0, 50000));
     EXPECT_GE(counter.elapsed(), 40000) << "a spurious wake-up may end the wait early, but not this early";

@@ -45,8 +45,9 @@ protected:
 
 } // namespace
 
-TEST_F(PublicAddressCommands, LookupByNameFillsTheRecord) {
+TEST_F(PublicAddressCommands, LookupByNameFillsTheRecordAndEscapesTheHandle) {
     db.admin().exec("UPDATE public_address SET scope = 'private' WHERE public_address_id = 11");
+    db.admin().exec("UPDATE public_address SET handle = 'o''brien' WHERE public_address_id = 12");
     velm::PublicAddressRecord address;
     ASSERT_TRUE(exec.lookupPublicAddress("1234", "example.com", address).okay()) << exec.getErrorMessage();
     EXPECT_EQ(11, address.public_address_id());
@@ -61,14 +62,11 @@ TEST_F(PublicAddressCommands, LookupByNameFillsTheRecord) {
     DatabaseResult invalid = exec.lookupPublicAddress(nullptr, "example.com", unknown);
     EXPECT_TRUE(invalid.queryError());
     EXPECT_EQ("invalid parameters", invalid.getErrorMessage());
-}
 
-TEST_F(PublicAddressCommands, HandlesAreEscapedByTheCommand) {
-    db.admin().exec("UPDATE public_address SET handle = 'o''brien' WHERE public_address_id = 12");
-    velm::PublicAddressRecord address;
-    ASSERT_TRUE(exec.lookupPublicAddress("o'brien", "example.com", address).okay()) << exec.getErrorMessage();
-    EXPECT_EQ("o'brien", address.handle());
-    EXPECT_EQ(12, address.public_address_id());
+    velm::PublicAddressRecord quoted;
+    ASSERT_TRUE(exec.lookupPublicAddress("o'brien", "example.com", quoted).okay()) << exec.getErrorMessage();
+    EXPECT_EQ("o'brien", quoted.handle());
+    EXPECT_EQ(12, quoted.public_address_id());
 }
 
 TEST_F(PublicAddressCommands, LookupByIdTellsPrimaryFromAlias) {

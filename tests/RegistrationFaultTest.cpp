@@ -152,39 +152,36 @@ const Plain unregisterPlain = &LocationService::unregisterContacts;
 const Stored activeA{{A, "0.800000 1"}};
 const Stored activeAInactiveB{{A, "0.800000 1"}, {B, "0.000000 1"}};
 
+using Call = std::function<DatabaseResult(LocationService&, int, Contacts&)>;
+using Make = Contacts (*)();
+
+// A call of a form with output vectors, and of a plain one; the contacts are
+// made when the operation runs.
+Call byStep(Register form, Make make) {
+    return [form, make](LocationService& s, int key, Contacts& r) { return stepwise(form, s, key, make(), r); };
+}
+Call byPlain(Plain form, Make make, bool autoCommit) {
+    return [=](LocationService& s, int key, Contacts&) { return plain(form, s, key, make(), autoCommit); };
+}
+
+Contacts inactiveBC() { return {contact(B, "0.000000"), contact(C, "0.000000")}; }
+Contacts refreshedAB() { return {refreshed(A, "0.800000"), refreshed(B, "0.000000")}; }
+Contacts bothAB() { return {contact(A), contact(B)}; }
+
 const std::vector<Operation>& operations() {
+    const Stored afterInactiveBC{{A, "0.800000 1"}, {B, "0.000000 1"}, {C, "0.000000 1"}};
+    const Stored afterRefreshAB{{A, "0.800000 2"}, {B, "0.000000 2"}};
     static const std::vector<Operation> table{
-        {"RegisterDemotingTheActiveContact", false, activeA,
-         [](LocationService& s, int key, Contacts& r) { return stepwise(registerSteps, s, key, {contact(B)}, r); }, 8,
-         {{A, "0.000000 1"}, {B, "0.800000 1"}}},
-        {"RegisterInactive", false, activeA,
-         [](LocationService& s, int key, Contacts& r) {
-             return stepwise(registerSteps, s, key, {contact(B, "0")}, r);
-         },
-         7, activeAInactiveB},
-        {"RegisterScript", false, activeA,
-         [](LocationService& s, int key, Contacts&) {
-             return plain(registerPlain, s, key, {contact(B, "0.000000"), contact(C, "0.000000")}, false);
-         },
-         1, {{A, "0.800000 1"}, {B, "0.000000 1"}, {C, "0.000000 1"}}},
-        {"RegisterAutoCommit", false, activeA,
-         [](LocationService& s, int key, Contacts&) {
-             return plain(registerPlain, s, key, {contact(B, "0.000000"), contact(C, "0.000000")}, true);
-         },
-         2, {{A, "0.800000 1"}, {B, "0.000000 1"}, {C, "0.000000 1"}}},
-        {"Refresh", false, activeAInactiveB,
-         [](LocationService& s, int key, Contacts& r) { return stepwise(updateSteps, s, key, {refreshed(B)}, r); }, 7,
+        {"RegisterDemotingTheActiveContact", false, activeA, byStep(registerSteps, [] { return Contacts{contact(B)}; }),
+         8, {{A, "0.000000 1"}, {B, "0.800000 1"}}},
+        {"RegisterInactive", false, activeA, byStep(registerSteps, [] { return Contacts{contact(B, "0")}; }), 7,
+         activeAInactiveB},
+        {"RegisterScript", false, activeA, byPlain(registerPlain, inactiveBC, false), 1, afterInactiveBC},
+        {"RegisterAutoCommit", false, activeA, byPlain(registerPlain, inactiveBC, true), 2, afterInactiveBC},
+        {"Refresh", false, activeAInactiveB, byStep(updateSteps, [] { return Contacts{refreshed(B)}; }), 7,
          {{A, "0.800000 1"}, {B, "0.000000 2"}}},
-        {"RefreshScript", false, activeAInactiveB,
-         [](LocationService& s, int key, Contacts&) {
-             return plain(updatePlain, s, key, {refreshed(A, "0.800000"), refreshed(B, "0.000000")}, false);
-         },
-         1, {{A, "0.800000 2"}, {B, "0.000000 2"}}},
-        {"RefreshAutoCommit", false, activeAInactiveB,
-         [](LocationService& s, int key, Contacts&) {
-             return plain(updatePlain, s, key, {refreshed(A, "0.800000"), refreshed(B, "0.000000")}, true);
-         },
-         2, {{A, "0.800000 2"}, {B, "0.000000 2"}}},
+        {"RefreshScript", false, activeAInactiveB, byPlain(updatePlain, refreshedAB, false), 1, afterRefreshAB},
+        {"RefreshAutoCommit", false, activeAInactiveB, byPlain(updatePlain, refreshedAB, true), 2, afterRefreshAB},
         {"UpdateOneContact", false, activeAInactiveB,
          [](LocationService& s, int key, Contacts&) {
              ContactRecord b = refreshed(B, "0.000000");
@@ -192,21 +189,11 @@ const std::vector<Operation>& operations() {
          },
          1, {{A, "0.800000 1"}, {B, "0.000000 2"}}},
         {"UnregisterPromotingTheOneLeft", false, activeAInactiveB,
-         [](LocationService& s, int key, Contacts& r) { return stepwise(unregisterSteps, s, key, {contact(A)}, r); },
-         7, {{B, "0.800000 1"}}},
-        {"UnregisterWildcard", false, activeAInactiveB,
-         [](LocationService& s, int key, Contacts& r) { return stepwise(unregisterSteps, s, key, {wildcard()}, r); },
+         byStep(unregisterSteps, [] { return Contacts{contact(A)}; }), 7, {{B, "0.800000 1"}}},
+        {"UnregisterWildcard", false, activeAInactiveB, byStep(unregisterSteps, [] { return Contacts{wildcard()}; }),
          6, {}},
-        {"UnregisterScript", false, activeAInactiveB,
-         [](LocationService& s, int key, Contacts&) {
-             return plain(unregisterPlain, s, key, {contact(A), contact(B)}, false);
-         },
-         1, {}},
-        {"UnregisterAutoCommit", false, activeAInactiveB,
-         [](LocationService& s, int key, Contacts&) {
-             return plain(unregisterPlain, s, key, {contact(A), contact(B)}, true);
-         },
-         2, {}},
+        {"UnregisterScript", false, activeAInactiveB, byPlain(unregisterPlain, bothAB, false), 1, {}},
+        {"UnregisterAutoCommit", false, activeAInactiveB, byPlain(unregisterPlain, bothAB, true), 2, {}},
         {"ExpireAll", true, activeAInactiveB,
          [](LocationService& s, int, Contacts&) { return s.removeExpiredContacts(); }, 1, {{B, "0.000000 1"}}},
         {"ExpireOnePromotingTheOneLeft", true, activeAInactiveB,

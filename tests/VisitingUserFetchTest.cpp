@@ -151,16 +151,6 @@ TEST_F(Visitors, ALocalSubscriberIsNotAskedFor) {
     EXPECT_EQ("0", visitorRows());
 }
 
-TEST_F(Visitors, AUserTheServiceDoesNotKnowIsNotFound) {
-    ProfileService home(0);
-    configure(home.address());
-    SubscriberRecord subscriber;
-    EXPECT_TRUE(lookup(subscriber).notFound());
-    EXPECT_EQ(1u, home.requests().size());
-    EXPECT_EQ("0", visitorRows());
-    EXPECT_TRUE(alarms.alarms().empty());
-}
-
 TEST_F(Visitors, TheRequestIsAnAuthenticatedSoapPost) {
     RawPeer peer("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
     configure(peer.address());
@@ -262,8 +252,6 @@ INSTANTIATE_TEST_SUITE_P(
                  "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"admin\"\r\nContent-Length: 0\r\n"
                  "Connection: close\r\n\r\n",
                  DatabaseResult::QUERY_ERROR, "VU soap error=401"},
-        PeerCase{"NotFound", http("404 Not Found", "text/plain", ""), DatabaseResult::QUERY_ERROR,
-                 "VU soap error=404"},
         PeerCase{"ServerErrorWithoutBody", http("500 Internal Server Error", "text/plain", ""),
                  DatabaseResult::QUERY_ERROR, "VU soap error=500"},
         // Answers the service may give: SOAP 1.2, or no id at all.
