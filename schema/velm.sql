@@ -14,18 +14,24 @@ BEGIN;
 SET LOCAL client_min_messages = warning;
 
 -- Provisioning and replication insert rows with identifiers of their own.
--- After such an insert, move the column's sequence past the highest stored
+-- After such an insert, move the column's sequence past the highest inserted
 -- value so that rows taking the default never collide with them.
--- TG_ARGV[0] names the identifier column.
+-- TG_ARGV[0] names the identifier column; the trigger passes the inserted rows
+-- as the transition table "inserted", so only they are looked at.
 CREATE FUNCTION velm_sequence_catch_up() RETURNS trigger
 LANGUAGE plpgsql AS $$
 DECLARE
-    seq        text := pg_get_serial_sequence(format('%I.%I', TG_TABLE_SCHEMA, TG_TABLE_NAME), TG_ARGV[0]);
+    seq        regclass := pg_get_serial_sequence(format('%I.%I', TG_TABLE_SCHEMA, TG_TABLE_NAME), TG_ARGV[0]);
     top        bigint;
     last_value bigint;
     is_called  boolean;
 BEGIN
-    EXECUTE format('SELECT max(%I) FROM %I.%I', TG_ARGV[0], TG_TABLE_SCHEMA, TG_TABLE_NAME) INTO top;
+    EXECUTE format('SELECT max(%I) FROM inserted', TG_ARGV[0]) INTO top;
+    -- Rows that took the default lie at or below the sequence's last value:
+    -- the common case, settled without reading the sequence relation.
+    IF top IS NULL OR top <= pg_sequence_last_value(seq) THEN
+        RETURN NULL;
+    END IF;
     EXECUTE format('SELECT last_value, is_called FROM %s', seq) INTO last_value, is_called;
     IF top > last_value OR (top = last_value AND NOT is_called) THEN
         PERFORM setval(seq, top);
@@ -67,7 +73,7 @@ CREATE TABLE contact_set (
     replace_uri boolean DEFAULT true
 );
 CREATE INDEX contact_set_sid_idx ON contact_set (sid);
-CREATE TRIGGER contact_set_csid_catch_up AFTER INSERT ON contact_set
+CREATE TRIGGER contact_set_csid_catch_up AFTER INSERT ON contact_set REFERENCING NEW TABLE AS inserted
     FOR EACH STATEMENT EXECUTE FUNCTION velm_sequence_catch_up('csid');
 
 -- A SIP address (handle@sip_domain) of a contact set. A set has at most one
@@ -83,7 +89,7 @@ CREATE TABLE public_address (
 );
 CREATE INDEX public_address_csid_idx ON public_address (csid);
 CREATE UNIQUE INDEX public_address_one_primary_idx ON public_address (csid) WHERE primary_handle;
-CREATE TRIGGER public_address_id_catch_up AFTER INSERT ON public_address
+CREATE TRIGGER public_address_id_catch_up AFTER INSERT ON public_address REFERENCING NEW TABLE AS inserted
     FOR EACH STATEMENT EXECUTE FUNCTION velm_sequence_catch_up('public_address_id');
 
 -- An address inserted without saying whether it is primary becomes the primary
@@ -125,7 +131,7 @@ CREATE TABLE contact (
 ALTER SEQUENCE cid_seq OWNED BY contact.contact_id;
 CREATE INDEX contact_csid_address_idx ON contact (csid, address);
 CREATE INDEX contact_expires_idx ON contact (expires);
-CREATE TRIGGER contact_id_catch_up AFTER INSERT ON contact
+CREATE TRIGGER contact_id_catch_up AFTER INSERT ON contact REFERENCING NEW TABLE AS inserted
     FOR EACH STATEMENT EXECUTE FUNCTION velm_sequence_catch_up('contact_id');
 
 -- Trunks and extensions ------------------------------------------------------
