@@ -13,16 +13,41 @@ namespace velm {
 namespace {
 
 // SQL's own character classes, whatever locale the host has set.
-bool isDigit(char c) {
+constexpr bool isDigit(char c) {
     return c >= '0' && c <= '9';
 }
 
-bool isIdentStart(char c) {
+constexpr bool isIdentStart(char c) {
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || (c & 0x80) != 0;
 }
 
+// Looked up rather than tested: every character of every word goes through
+// it.
+struct IdentChars {
+    bool table[256] = {};
+    constexpr IdentChars() {
+        for (int c = 0; c < 256; ++c)
+            table[c] = isIdentStart(static_cast<char>(c)) || isDigit(static_cast<char>(c)) || c == '$';
+    }
+};
+constexpr IdentChars IDENT_CHARS;
+
 bool isIdentChar(char c) {
-    return isIdentStart(c) || isDigit(c) || c == '$';
+    return IDENT_CHARS.table[static_cast<unsigned char>(c)];
+}
+
+// Characters that are kept as written and change nothing about what
+// follows: blanks, commas, operators other than - and /. Most of a
+// statement between its words is made of them.
+bool isPassive(char c) {
+    switch (c) {
+    case ' ': case '\t': case '\n': case '\r': case '\f': case '\v':
+    case ',': case '=': case '<': case '>': case '*': case '+': case '!': case '|':
+    case '%': case '^': case '~': case '@': case '#': case '[': case ']': case ':':
+        return true;
+    default:
+        return false;
+    }
 }
 
 // The word sql[0, length) is one of `words`, in any case.
@@ -52,9 +77,12 @@ public:
         m_shape.text.clear();
         m_shape.values.clear();
         m_shape.types.clear();
-        while (m_sql[m_pos] != '\0')
-            if (!step())
+        while (m_sql[m_pos] != '\0') {
+            if (isPassive(m_sql[m_pos]))
+                ++m_pos;
+            else if (!step())
                 return false;
+        }
         m_shape.text.append(m_sql + m_copied, (m_end != NONE ? m_end : m_pos) - m_copied);
         while (!m_shape.text.empty() && std::isspace(static_cast<unsigned char>(m_shape.text.back())))
             m_shape.text.pop_back();
