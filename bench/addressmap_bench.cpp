@@ -4,6 +4,7 @@
 // on the process's one list. Needs VELM_BENCH_DATABASE and PGHOST/PGPORT
 // (see scripts/bench).
 #include "AddressMapRecord.h"
+#include "BenchSupport.h"
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
@@ -52,6 +53,7 @@ void LookupAddressMap(benchmark::State& state) {
     if (!connect(service) || !provision(service, static_cast<int>(state.range(0))))
         return state.SkipWithError("cannot provision the address maps");
     for (auto _ : state) {
+        velmbench::markIteration(*service.m_exec);
         std::string ordering;
         bool redirect = false;
         std::vector<velm::ContactRecord> contacts;

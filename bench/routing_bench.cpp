@@ -1,9 +1,8 @@
 // The routing question of every request, asked of LocationService with a
 // request URI: a subscriber with one contact, one with three, and a number
 // nobody has. The subscribers are route1@ and route3@bench.velm.test, made
-// once per database, so that bench/sql/routing_*.sql can replay the same
-// statements with pgbench afterwards. Needs VELM_BENCH_DATABASE and
-// PGHOST/PGPORT (see scripts/bench).
+// once per database. See BenchSupport.h for the environment.
+#include "BenchSupport.h"
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
@@ -11,7 +10,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
 #include <string>
 #include <vector>
 
@@ -20,8 +18,7 @@ namespace {
 const char* const DOMAIN_NAME = "bench.velm.test";
 
 bool connect(velm::LocationService& service) {
-    const char* database = std::getenv("VELM_BENCH_DATABASE");
-    if (database == nullptr || !service.connect(database, "velm", "").okay())
+    if (velmbench::database() == nullptr || !service.connect(velmbench::database(), "velm", "").okay())
         return false;
     service.setPrimaryDomain(DOMAIN_NAME);
     return true;
@@ -65,6 +62,7 @@ void route(benchmark::State& state, const std::string& user, int count) {
         return state.SkipWithError("cannot connect or provision");
     const std::string requestUri = "sip:" + user + "@" + DOMAIN_NAME;
     for (auto _ : state) {
+        velmbench::markIteration(*service.m_exec);
         std::string ordering;
         bool redirect = false;
         std::vector<velm::ContactRecord> contacts;

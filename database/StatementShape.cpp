@@ -12,31 +12,62 @@ namespace velm {
 
 namespace {
 
-bool isIdentStart(char c) {
-    return std::isalpha(static_cast<unsigned char>(c)) || c == '_' || (c & 0x80) != 0;
+// SQL's own character classes, whatever locale the host has set.
+constexpr bool isDigit(char c) {
+    return c >= '0' && c <= '9';
 }
+
+constexpr bool isIdentStart(char c) {
+    return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || c == '_' || (c & 0x80) != 0;
+}
+
+// Looked up rather than tested: every character of every word goes through
+// it.
+struct IdentChars {
+    bool table[256] = {};
+    constexpr IdentChars() {
+        for (int c = 0; c < 256; ++c)
+            table[c] = isIdentStart(static_cast<char>(c)) || isDigit(static_cast<char>(c)) || c == '$';
+    }
+};
+constexpr IdentChars IDENT_CHARS;
 
 bool isIdentChar(char c) {
-    return isIdentStart(c) || std::isdigit(static_cast<unsigned char>(c)) || c == '$';
+    return IDENT_CHARS.table[static_cast<unsigned char>(c)];
 }
 
-bool isDigit(char c) {
-    return std::isdigit(static_cast<unsigned char>(c)) != 0;
+// Characters that are kept as written and change nothing about what
+// follows: blanks, commas, operators other than - and /. Most of a
+// statement between its words is made of them.
+bool isPassive(char c) {
+    switch (c) {
+    case ' ': case '\t': case '\n': case '\r': case '\f': case '\v':
+    case ',': case '=': case '<': case '>': case '*': case '+': case '!': case '|':
+    case '%': case '^': case '~': case '@': case '#': case '[': case ']': case ':':
+        return true;
+    default:
+        return false;
+    }
 }
 
-bool oneOf(const std::string& word, const char* const* words) {
+// The word sql[0, length) is one of `words`, in any case.
+bool oneOf(const char* sql, size_t length, const char* const* words) {
     for (; *words != nullptr; ++words)
-        if (strcasecmp(word.c_str(), *words) == 0)
+        if (std::strlen(*words) == length && strncasecmp(sql, *words, length) == 0)
             return true;
     return false;
 }
 
 const char* const PLANNABLE[] = {"SELECT", "INSERT", "UPDATE", "DELETE", "WITH", "VALUES", nullptr};
+const char* const BY[] = {"BY", nullptr};
 // Clauses that end an ORDER BY or GROUP BY list.
 const char* const AFTER_BY_LIST[] = {"LIMIT",     "OFFSET", "FETCH",  "FOR",       "HAVING", "WINDOW",
                                      "UNION",     "INTERSECT", "EXCEPT", "RETURNING", "ORDER",  "FROM",
                                      "WHERE",     "SELECT", nullptr};
 
+// Walks the statement once. The text between literals is not copied as it
+// is passed but appended in one piece when a literal is lifted or the walk
+// ends: most of a statement is such text.
 class Splitter {
 public:
     Splitter(const char* sql, bool standardStrings, StatementShape& shape)
@@ -46,12 +77,17 @@ public:
         m_shape.text.clear();
         m_shape.values.clear();
         m_shape.types.clear();
-        while (m_sql[m_pos] != '\0')
-            if (!step())
+        while (m_sql[m_pos] != '\0') {
+            if (isPassive(m_sql[m_pos]))
+                ++m_pos;
+            else if (!step())
                 return false;
+        }
+        m_shape.text.append(m_sql + m_copied, (m_end != NONE ? m_end : m_pos) - m_copied);
         while (!m_shape.text.empty() && std::isspace(static_cast<unsigned char>(m_shape.text.back())))
             m_shape.text.pop_back();
-        return oneOf(m_firstWord, PLANNABLE) && !m_shape.values.empty();
+        return m_firstWordLength > 0 && oneOf(m_sql + m_firstWord, m_firstWordLength, PLANNABLE) &&
+               !m_shape.values.empty();
     }
 
 private:
@@ -64,15 +100,17 @@ private:
 
     char before() const { return m_pos == 0 ? '\0' : m_sql[m_pos - 1]; }
 
-    void copy(size_t length) {
-        m_shape.text.append(m_sql + m_pos, length);
-        m_pos += length;
-    }
+    // Keeps the next `length` characters as written.
+    void copy(size_t length) { m_pos += length; }
 
-    void lift(std::string value, unsigned type) {
+    // The literal that started at `start` and ends at m_pos becomes a
+    // parameter.
+    void lift(size_t start, std::string value, unsigned type) {
+        m_shape.text.append(m_sql + m_copied, start - m_copied);
         m_shape.values.push_back(std::move(value));
         m_shape.types.push_back(type);
         m_shape.text += "$" + std::to_string(m_shape.values.size());
+        m_copied = m_pos;
     }
 
     bool step() {
@@ -146,8 +184,9 @@ private:
             value += c;
             ++end;
         }
+        size_t start = m_pos;
         m_pos = end + 1;
-        lift(std::move(value), StatementShape::UNTYPED);
+        lift(start, std::move(value), StatementShape::UNTYPED);
         return true;
     }
 
@@ -244,8 +283,9 @@ private:
             copy(end - m_pos);
             return true;
         }
+        size_t start = m_pos;
         m_pos = end;
-        lift(digits, value <= INT_MAX ? StatementShape::INT4 : StatementShape::INT8);
+        lift(start, digits, value <= INT_MAX ? StatementShape::INT4 : StatementShape::INT8);
         return true;
     }
 
@@ -253,13 +293,16 @@ private:
         size_t end = m_pos;
         while (isIdentChar(m_sql[end]))
             ++end;
-        std::string text(m_sql + m_pos, end - m_pos);
-        if (m_firstWord.empty())
-            m_firstWord = text;
-        if (strcasecmp(text.c_str(), "BY") == 0) {
+        const char* text = m_sql + m_pos;
+        size_t length = end - m_pos;
+        if (m_firstWordLength == 0) {
+            m_firstWord = m_pos;
+            m_firstWordLength = length;
+        }
+        if (oneOf(text, length, BY)) {
             m_inByList = true;
             m_byDepth = m_depth;
-        } else if (m_inByList && m_depth == m_byDepth && oneOf(text, AFTER_BY_LIST)) {
+        } else if (m_inByList && m_depth == m_byDepth && oneOf(text, length, AFTER_BY_LIST)) {
             m_inByList = false;
         }
         copy(end - m_pos);
@@ -268,6 +311,7 @@ private:
 
     // Only a last statement's terminator is allowed.
     bool semicolon() {
+        m_end = m_pos;
         ++m_pos;
         while (m_sql[m_pos] != '\0') {
             if (std::isspace(static_cast<unsigned char>(m_sql[m_pos])))
@@ -280,11 +324,16 @@ private:
         return true;
     }
 
+    static const size_t NONE = static_cast<size_t>(-1);
+
     const char* m_sql;
     size_t m_pos;
     bool m_standardStrings;
     StatementShape& m_shape;
-    std::string m_firstWord;
+    size_t m_copied = 0;          // the text before this is in m_shape.text
+    size_t m_end = NONE;          // where a terminating semicolon stood
+    size_t m_firstWord = 0;
+    size_t m_firstWordLength = 0;
     int m_depth = 0;
     int m_byDepth = 0;
     bool m_inByList = false;
