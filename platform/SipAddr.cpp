@@ -232,6 +232,14 @@ private:
 bool SipAddr::addressMatches(const std::string& unregistering, const std::string& stored, std::string& detail) {
     detail.clear();
     Contact first(unregistering);
+    // A phone refreshing or removing its binding usually sends the very
+    // header it registered: the same text is the same address once it
+    // parses, so it is parsed once.
+    if (unregistering == stored) {
+        if (!first.valid())
+            detail = first.error();
+        return first.valid();
+    }
     Contact second(stored);
     if (!first.valid() || !second.valid()) {
         detail = first.valid() ? second.error() : first.error();
