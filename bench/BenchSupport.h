@@ -9,6 +9,7 @@
 // VELM_BENCH_SUBSCRIBERS (subscribers of the fill, whose public address ids
 // are 1..N with two contacts each), VELM_BENCH_CAPTURE (mark iterations).
 #include "DatabaseCommandExecutor.h"
+#include "LocationService.h"
 
 #include <benchmark/benchmark.h>
 
@@ -21,6 +22,11 @@ namespace velmbench {
 
 inline const char* database() {
     return std::getenv("VELM_BENCH_DATABASE");
+}
+
+// Connects `service` to the bench database; false without one.
+inline bool connect(velm::LocationService& service) {
+    return database() != nullptr && service.connect(database(), "velm", "").okay();
 }
 
 inline int filledSubscribers() {

@@ -12,7 +12,6 @@
 
 #include <benchmark/benchmark.h>
 
-#include <cstdlib>
 #include <mutex>
 #include <string>
 #include <vector>
@@ -20,11 +19,6 @@
 namespace {
 
 const int GATEWAY = 900001;
-
-bool connect(velm::LocationService& service) {
-    const char* database = std::getenv("VELM_BENCH_DATABASE");
-    return database != nullptr && service.connect(database, "velm", "").okay();
-}
 
 // `rows` address maps, of which only the last one tried matches "sip:00...",
 // routing to a gateway with two contacts.
@@ -50,7 +44,7 @@ bool provision(velm::LocationService& service, int rows) {
 
 void LookupAddressMap(benchmark::State& state) {
     velm::LocationService service;
-    if (!connect(service) || !provision(service, static_cast<int>(state.range(0))))
+    if (!velmbench::connect(service) || !provision(service, static_cast<int>(state.range(0))))
         return state.SkipWithError("cannot provision the address maps");
     for (auto _ : state) {
         velmbench::markIteration(*service.m_exec);
@@ -67,7 +61,7 @@ BENCHMARK(LookupAddressMap)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark::kMicr
 // The part of the lookup that reads the rows.
 void ReadAddressMaps(benchmark::State& state) {
     velm::LocationService service;
-    if (!connect(service) || !provision(service, static_cast<int>(state.range(0))))
+    if (!velmbench::connect(service) || !provision(service, static_cast<int>(state.range(0))))
         return state.SkipWithError("cannot provision the address maps");
     for (auto _ : state) {
         std::vector<velm::AddressMapRecord> rows;
@@ -80,7 +74,7 @@ BENCHMARK(ReadAddressMaps)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark::kMicro
 // The contact query alone, as the lookup makes it once it has its match.
 void ContactQueryAlone(benchmark::State& state) {
     velm::LocationService service;
-    if (!connect(service) || !provision(service, 10))
+    if (!velmbench::connect(service) || !provision(service, 10))
         return state.SkipWithError("cannot provision the gateway");
     for (auto _ : state) {
         std::string ordering;

@@ -96,8 +96,7 @@ BENCHMARK(LookupContactsOfAPublicAddress)->Apply(velmbench::threads);
 // (visiting-user check, public address, contacts).
 void LookupContactsOfARequestUri(benchmark::State& state) {
     velm::LocationService service;
-    const bool connected = velmbench::database() != nullptr && service.connect(velmbench::database(), "velm", "").okay();
-    const Subscriber subscriber = connected ? provision(*service.m_exec) : Subscriber();
+    const Subscriber subscriber = velmbench::connect(service) ? provision(*service.m_exec) : Subscriber();
     if (subscriber.key == 0)
         return state.SkipWithError("cannot provision a subscriber");
     service.setPrimaryDomain(DOMAIN_NAME);

@@ -4,20 +4,17 @@
 // the tree lock. The database ones need VELM_BENCH_DATABASE and PGHOST/PGPORT
 // (see scripts/bench); with VELM_BENCH_CAPTURE set, every lookup is preceded
 // by a marking statement so that its statements can be replayed by pgbench.
+#include "BenchSupport.h"
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
 #include "PrefixMap.h"
 #include "PrefixMapRecord.h"
+#include "QuietStdout.h"
 #include "SafeLock.h"
 
 #include <benchmark/benchmark.h>
 
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdio>
-#include <cstdlib>
 #include <random>
 #include <string>
 #include <vector>
@@ -36,40 +33,6 @@ std::string digits(std::mt19937& random, int length) {
         text += static_cast<char>('0' + random() % 10);
     return text;
 }
-
-bool connect(LocationService& service) {
-    const char* database = std::getenv("VELM_BENCH_DATABASE");
-    return database != nullptr && service.connect(database, "velm", "").okay();
-}
-
-void markIteration(LocationService& service) {
-    static const bool capture = std::getenv("VELM_BENCH_CAPTURE") != nullptr;
-    if (capture)
-        service.m_exec->execute("SELECT 'velm-bench-iteration'");
-}
-
-// getPrefixMaps reports every read on standard output, where the benchmark
-// report goes too: silenced while the benchmark runs.
-class QuietStdout {
-public:
-    QuietStdout() {
-        std::fflush(stdout);
-        m_saved = dup(1);
-        int null = open("/dev/null", O_WRONLY);
-        dup2(null, 1);
-        close(null);
-    }
-    ~QuietStdout() {
-        std::fflush(stdout);
-        dup2(m_saved, 1);
-        close(m_saved);
-    }
-    QuietStdout(const QuietStdout&) = delete;
-    QuietStdout& operator=(const QuietStdout&) = delete;
-
-private:
-    int m_saved;
-};
 
 // A tree of `count` random prefixes of 1 to 12 digits, built in memory, and
 // random ten-digit numbers to route through it.
@@ -130,10 +93,10 @@ void dropBulk(LocationService& service) {
 // Reading the rows alone, then the whole rebuild: the difference is the tree.
 void ReadPrefixRows(benchmark::State& state) {
     LocationService service;
-    if (!connect(service) || !provision(service, static_cast<int>(state.range(0))))
+    if (!velmbench::connect(service) || !provision(service, static_cast<int>(state.range(0))))
         return state.SkipWithError("cannot connect and provision");
     {
-        QuietStdout quiet;
+        velmctl::QuietStdout quiet;
         for (auto _ : state) {
             std::vector<velm::PrefixMapRecord> maps;
             if (!service.getPrefixMap(maps).okay())
@@ -147,10 +110,10 @@ BENCHMARK(ReadPrefixRows)->Arg(100000)->Unit(benchmark::kMillisecond)->UseRealTi
 
 void RebuildPrefixMap(benchmark::State& state) {
     LocationService service;
-    if (!connect(service) || !provision(service, static_cast<int>(state.range(0))))
+    if (!velmbench::connect(service) || !provision(service, static_cast<int>(state.range(0))))
         return state.SkipWithError("cannot connect and provision");
     {
-        QuietStdout quiet;
+        velmctl::QuietStdout quiet;
         for (auto _ : state)
             if (!service.recreatePrefixMap().okay())
                 return state.SkipWithError("rebuild failed");
@@ -165,15 +128,15 @@ BENCHMARK(RebuildPrefixMap)->Arg(100000)->Unit(benchmark::kMillisecond)->UseReal
 // tree before the timed loop starts.
 void LookupDigitMap(benchmark::State& state) {
     LocationService service;
-    bool ready = connect(service);
+    bool ready = velmbench::connect(service);
     if (state.thread_index() == 0) {
-        QuietStdout quiet;
+        velmctl::QuietStdout quiet;
         ready = ready && provision(service, 0) && service.recreatePrefixMap().okay();
     }
     if (!ready)
         return state.SkipWithError("cannot connect and provision");
     for (auto _ : state) {
-        markIteration(service);
+        velmbench::markIteration(*service.m_exec);
         std::string ordering;
         bool redirect = false;
         std::vector<velm::ContactRecord> contacts;
@@ -190,13 +153,13 @@ BENCHMARK(LookupDigitMap)->Unit(benchmark::kMicrosecond)->UseRealTime()->Threads
 // the difference from LookupDigitMap at the same thread count.
 void ContactQueryWithoutTreeLock(benchmark::State& state) {
     LocationService service;
-    bool ready = connect(service);
+    bool ready = velmbench::connect(service);
     if (state.thread_index() == 0)
         ready = ready && provision(service, 0);
     if (!ready)
         return state.SkipWithError("cannot connect and provision");
     for (auto _ : state) {
-        markIteration(service);
+        velmbench::markIteration(*service.m_exec);
         std::string ordering;
         bool redirect = false;
         std::vector<velm::ContactRecord> contacts;

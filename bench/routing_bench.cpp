@@ -18,7 +18,7 @@ namespace {
 const char* const DOMAIN_NAME = "bench.velm.test";
 
 bool connect(velm::LocationService& service) {
-    if (velmbench::database() == nullptr || !service.connect(velmbench::database(), "velm", "").okay())
+    if (!velmbench::connect(service))
         return false;
     service.setPrimaryDomain(DOMAIN_NAME);
     return true;

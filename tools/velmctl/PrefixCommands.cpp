@@ -8,42 +8,12 @@
 #include "LocationService.h"
 #include "PrefixMapRecord.h"
 #include "QueryResultPtr.h"
+#include "QuietStdout.h"
 #include "SafeLock.h"
-
-#include <fcntl.h>
-#include <unistd.h>
-
-#include <cstdio>
 
 namespace velmctl {
 
 namespace {
-
-// Reading prefix_map, the library reports the row count on standard output,
-// where the command's own output (JSON for scripts) goes: silenced meanwhile.
-class QuietStdout {
-public:
-    QuietStdout() : m_saved(dup(1)) {
-        std::fflush(stdout);
-        int null = open("/dev/null", O_WRONLY);
-        if (null >= 0) {
-            dup2(null, 1);
-            close(null);
-        }
-    }
-    ~QuietStdout() {
-        std::fflush(stdout);
-        if (m_saved >= 0) {
-            dup2(m_saved, 1);
-            close(m_saved);
-        }
-    }
-    QuietStdout(const QuietStdout&) = delete;
-    QuietStdout& operator=(const QuietStdout&) = delete;
-
-private:
-    int m_saved;
-};
 
 Outcome failed(const velm::DatabaseResult& result, const std::string& context) {
     std::string message = result.getErrorMessage();
