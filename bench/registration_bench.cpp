@@ -37,7 +37,7 @@ bool provision(Subscriber& subscriber, const std::string& name) {
     static std::atomic<int> runs{0};
     const std::string user = name + std::to_string(getpid()) + "_" + std::to_string(++runs);
     subscriber.service = std::make_unique<velm::LocationService>();
-    if (velmbench::database() == nullptr || !subscriber.service->connect(velmbench::database(), "velm", "").okay())
+    if (!velmbench::connect(*subscriber.service))
         return false;
     velm::DatabaseCommandExecutor& exec = *subscriber.service->m_exec;
     // Threads that start together may pick the same next sid: try again.
