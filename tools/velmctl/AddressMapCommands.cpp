@@ -97,8 +97,7 @@ Outcome addressMap(const Arguments& arguments, Output& output) {
     else if (outcome.ok())
         outcome = usage("unknown addressmap action '" + action + "'");
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (!outcome.ok())
         return outcome;
     return action == "list" ? list(session, output) : test(session, given[1], output);

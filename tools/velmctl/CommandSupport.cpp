@@ -34,7 +34,9 @@ Outcome configure(const Arguments& arguments) {
     return Outcome();
 }
 
-Outcome openSession(const Arguments& arguments, Session& session) {
+Outcome openSession(const Outcome& checked, const Arguments& arguments, Session& session) {
+    if (!checked.ok())
+        return checked;
     Outcome configured = configure(arguments);
     return configured.ok() ? session.open() : configured;
 }

@@ -17,8 +17,9 @@ std::string directory(const Arguments& arguments);
 // Loads the configuration and, for the private server, points libpq at its
 // socket.
 Outcome configure(const Arguments& arguments);
-// configure(), then the session's connection.
-Outcome openSession(const Arguments& arguments, Session& session);
+// configure(), then the session's connection; a failed argument check is
+// passed on as it is, without touching the configuration or the database.
+Outcome openSession(const Outcome& checked, const Arguments& arguments, Session& session);
 // The word at `index`, or a usage error naming what is missing.
 Outcome word(const Arguments& arguments, size_t index, const char* what, std::string& value);
 // A usage error when more than `count` words were given.

@@ -21,7 +21,7 @@ Outcome database(const Arguments& arguments, Output& output) {
     const std::string& action = given[0];
     if (action == "init") {
         Session session;
-        outcome = openSession(arguments, session);
+        outcome = openSession(outcome, arguments, session);
         std::string schema = findSchema();
         if (outcome.ok() && schema.empty())
             outcome = Outcome::failure(DATABASE_ERROR, "schema velm.sql not found (set VELM_SCHEMA)");
@@ -56,8 +56,7 @@ Outcome subscriber(const Arguments& arguments, Output& output) {
     if (outcome.ok())
         outcome = parseAor(given[1], aor);
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (outcome.ok())
         outcome = session.addSubscriber(aor, arguments.option("--password"));
     if (outcome.ok())
@@ -97,7 +96,7 @@ Outcome registration(const Arguments& arguments, Output& output) {
                                                        std::to_string(static_cast<long>(time(nullptr)))));
     Session session;
     Changes changes;
-    outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (outcome.ok())
         outcome = session.registerContact(aor, record, changes);
     if (outcome.ok())
@@ -116,8 +115,7 @@ Outcome unregistration(const Arguments& arguments, Output& output) {
         outcome = parseContact(given[1], contact);
     Session session;
     Changes changes;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (outcome.ok())
         outcome = session.unregisterContact(aor, contact, changes);
     if (outcome.ok())
@@ -132,8 +130,7 @@ Outcome contacts(const Arguments& arguments, Output& output) {
     if (outcome.ok())
         outcome = parseAor(given[0], aor);
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (outcome.ok())
         outcome = showContacts(session, aor, "contacts", output);
     return outcome;
@@ -144,8 +141,7 @@ Outcome expire(const Arguments& arguments, Output& output) {
     Outcome outcome = expectArguments(arguments, {}, {}, none);
     Session session;
     Changes changes;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (outcome.ok())
         outcome = session.expire(changes);
     if (outcome.ok()) {
@@ -160,8 +156,7 @@ Outcome demo(const Arguments& arguments, Output& output) {
     std::vector<std::string> none;
     Outcome outcome = expectArguments(arguments, {}, {}, none);
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (!outcome.ok())
         return outcome;
 

@@ -107,8 +107,7 @@ Outcome config(const Arguments& arguments, Output& output) {
     if (outcome.ok() && given[0] != "show")
         outcome = usage("unknown config action '" + given[0] + "'");
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (!outcome.ok())
         return outcome;
     velm::LocationService& service = *session.service();

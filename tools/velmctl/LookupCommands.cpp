@@ -54,8 +54,7 @@ Outcome lookup(const Arguments& arguments, Output& output) {
     if (outcome.ok())
         outcome = parseAor(given[0], aor);
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (!outcome.ok())
         return outcome;
     // Addresses are stored in lower case.
@@ -107,8 +106,7 @@ Outcome visitor(const Arguments& arguments, Output& output) {
     if (outcome.ok() && action == "fetch")
         outcome = parseAor(given[1], aor);
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (!outcome.ok())
         return outcome;
     velm::LocationService& service = *session.service();

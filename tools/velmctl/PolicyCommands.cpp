@@ -68,8 +68,7 @@ Outcome policy(const Arguments& arguments, Output& output) {
         outcome = usage("unknown policy question '" + question + "'");
     }
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (!outcome.ok())
         return outcome;
     velm::LocationService& service = *session.service();

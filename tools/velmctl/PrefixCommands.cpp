@@ -167,8 +167,7 @@ Outcome prefix(const Arguments& arguments, Output& output) {
             outcome = usage("unknown prefix action '" + action + "'");
     }
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (!outcome.ok())
         return outcome;
     velm::LocationService& service = *session.service();

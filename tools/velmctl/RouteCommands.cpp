@@ -134,8 +134,7 @@ Outcome route(const Arguments& arguments, Output& output) {
     else if (outcome.ok())
         outcome = expectArguments(arguments, {"request URI"}, {"--auth-user", "--domain"}, given);
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     if (!outcome.ok())
         return outcome;
     if (what == "default")
@@ -151,8 +150,7 @@ Outcome conference(const Arguments& arguments, Output& output) {
     if (outcome.ok() && given[0] != "status")
         outcome = usage("unknown conference action '" + given[0] + "'");
     Session session;
-    if (outcome.ok())
-        outcome = openSession(arguments, session);
+    outcome = openSession(outcome, arguments, session);
     std::map<std::string, unsigned int> count;
     if (outcome.ok())
         outcome = fromResult(session.service()->m_exec->confExtCount(count), "conference status");
