@@ -37,6 +37,7 @@ using velmtest::TraceCapture;
 namespace {
 
 using Connection = std::unique_ptr<DatabaseConnection, void (*)(DatabaseConnection*)>;
+using Texts = std::vector<std::string>;
 
 // What one backend is, and how it differs where the two really differ.
 struct Backend {
@@ -57,14 +58,12 @@ struct Backend {
     const char* selectMessage;      // a select's result text once its rows are read
     const char* unknownTargetText;  // part of the text when connect()'s target does not exist
     const char* afterFailedConnect; // the text of a statement after that connect
-    std::vector<std::string> connectTraces;            // lines a connect to database {db} traces
-    std::vector<std::string> reconnectTraces;          // one of them is traced when a lost session is set up again
-    std::vector<std::string> afterServerStops;         // parts of the texts of successive statements with the server gone
+    Texts connectTraces;            // lines a connect to database {db} traces
+    Texts reconnectTraces;          // one of them is traced when a lost session is set up again
+    Texts afterServerStops;         // parts of the texts of successive statements with the server gone
 };
 
-void PrintTo(const Backend& backend, std::ostream* out) {
-    *out << backend.name;
-}
+void PrintTo(const Backend& backend, std::ostream* out) { *out << backend.name; }
 
 Connection newConnection(const Backend& backend) {
     if (backend.dataSource)
@@ -130,7 +129,8 @@ protected:
 };
 
 TEST_P(Conformance, FailedConnectsLeaveNothingToRunStatementsOn) {
-    const char* const arguments[][3] = {{nullptr, "velm", "secret"}, {"db", nullptr, "secret"}, {"db", "velm", nullptr}};
+    const char* const arguments[][3] = {
+        {nullptr, "velm", "secret"}, {"db", nullptr, "secret"}, {"db", "velm", nullptr}};
     for (const auto& args : arguments) {
         EXPECT_FALSE(conn->connect(args[0], args[1], args[2]));
         EXPECT_EQ("missing connection parameters", conn->getErrorMessage());
@@ -162,7 +162,7 @@ TEST_P(Conformance, FailedConnectsLeaveNothingToRunStatementsOn) {
 }
 
 TEST_P(Conformance, ConnectAndSelectGiveEveryColumnAsTextAndNullAsEmptyText) {
-    TraceCapture capture({"DatabaseConnection"});
+    TraceCapture capture({"DatabaseConnection", "QueryResult"});
     connect(db.name());
     EXPECT_TRUE(conn->active());
     for (const std::string& line : backend.connectTraces)
@@ -197,6 +197,9 @@ TEST_P(Conformance, ConnectAndSelectGiveEveryColumnAsTextAndNullAsEmptyText) {
     EXPECT_EQ(backend.successName, name);
     EXPECT_EQ(substitute(backend.selectMessage, "{sql}", "SELECT id, name, note FROM item ORDER BY id"),
               result.getErrorMessage());
+    // ODBC binds the columns of each row it fetches, and none past them.
+    EXPECT_EQ(backend.dataSource, capture.contains("QueryResult", "binding column 3"));
+    EXPECT_FALSE(capture.contains("QueryResult", "binding column 4"));
 
     // A result handle used again shows only the new statement's rows.
     ASSERT_TRUE(conn->execute("SELECT note FROM item WHERE id = 2", result)) << conn->getErrorMessage();
@@ -283,14 +286,12 @@ TEST_P(Conformance, KilledSessionIsSetUpAgainAndTheStatementRunsOnce) {
         EXPECT_TRUE(result.failed());
     }
     QueryResultPtr result;
-    ASSERT_TRUE(conn->execute("INSERT INTO item (id, note) VALUES (7, 'after reset')", result))
-        << conn->getErrorMessage();
+    ASSERT_TRUE(conn->execute("INSERT INTO item (id, note) VALUES (7, 'again')", result)) << conn->getErrorMessage();
     EXPECT_FALSE(result.failed()) << result.getErrorMessage();
     EXPECT_EQ("1", db.admin().value("SELECT count(*) FROM item WHERE id = 7"));
-    bool traced = false;
-    for (const std::string& line : backend.reconnectTraces)
-        traced = traced || capture.contains("DatabaseConnection", line);
-    EXPECT_TRUE(traced);
+    const auto& traces = backend.reconnectTraces;
+    EXPECT_TRUE(std::any_of(traces.begin(), traces.end(),
+                            [&](const std::string& line) { return capture.contains("DatabaseConnection", line); }));
     EXPECT_NE(pid, backendPid());
 }
 
@@ -376,10 +377,9 @@ TEST(PgsqlConnect, DatabaseArgumentBecomesTheConnectionString) {
     }
 }
 
-// Results follow [SipServer] DatabaseType, read once per process at the first
-// result; connections stay PostgreSQL whatever it says. Each case is its own
-// process, so its first factory call reads the value it set.
-// [SipServer] DatabaseType, and whether it asks for ODBC.
+// Results follow [SipServer] DatabaseType (here with whether it asks for ODBC),
+// read once per process at the first result; connections stay PostgreSQL
+// whatever it says. Each case is its own process, so it reads what it set.
 using Choice = std::pair<const char*, bool>;
 
 class ResultFactory : public testing::TestWithParam<Choice> {};
@@ -422,7 +422,8 @@ TEST(BackendConcurrency, ThreadsStartingAtOnceShareTheChoiceAndTheOdbcEnvironmen
             odbcResults += dynamic_cast<velm::QueryResultOdbc*>(result.m_qres) != nullptr;
             DatabaseConnection::releaseConnection(DatabaseConnection::getConnection());
             DatabaseConnectionOdbc conn;
-            if (conn.connect(source.name().c_str(), "velm", "secret") && conn.execute("SELECT pg_backend_pid()", result))
+            if (conn.connect(source.name().c_str(), "velm", "secret") &&
+                conn.execute("SELECT pg_backend_pid()", result))
                 pids[i] = std::atoi(result.getValue(0, 0));
         });
     for (std::thread& worker : workers)
@@ -433,9 +434,8 @@ TEST(BackendConcurrency, ThreadsStartingAtOnceShareTheChoiceAndTheOdbcEnvironmen
     EXPECT_EQ(0, std::count(pids.begin(), pids.end(), 0));
 }
 
-// Statements run in order on one session with [Database] PreparedStatements=True,
-// each with its first value, then what the session has prepared. The rest of
-// the prepared path's behaviour is the conformance suite's PgsqlPrepared.
+// Statements in order on one prepared-path session, each with its first value, then
+// what the session prepared. The rest of the path is the conformance's PgsqlPrepared.
 TEST(PreparedStatements, EachShapeIsPreparedOncePerSessionAndRefusedShapesRunAsWritten) {
     velm::AppProperties::set("Database", "PreparedStatements", "True");
     TestDatabase db;
@@ -454,8 +454,7 @@ TEST(PreparedStatements, EachShapeIsPreparedOncePerSessionAndRefusedShapesRunAsW
         {"SELECT id FROM item WHERE note LIKE 'it%' ORDER BY 1 DESC", "2"},
         {"BEGIN", nullptr},
         {"INSERT INTO item VALUES (3, 'a') RETURNING id", "3"},
-        // A typed literal has no parameter form: the server refuses the shape,
-        // and the transaction goes on.
+        // A typed literal has no parameter form: the shape is refused, the transaction goes on.
         {"SELECT date '2020-01-02' + 1", "2020-01-03"},
         {"SELECT date '2020-01-02' + 2", "2020-01-04"},
         {"INSERT INTO item VALUES (4, 'b') RETURNING id", "4"},
@@ -492,9 +491,7 @@ struct Lifted {
     bool standardStrings = true;
 };
 
-void PrintTo(const Lifted& lifted, std::ostream* out) {
-    *out << (lifted.sql != nullptr ? lifted.sql : "(null)");
-}
+void PrintTo(const Lifted& lifted, std::ostream* out) { *out << (lifted.sql != nullptr ? lifted.sql : "(null)"); }
 
 class StatementShapes : public testing::TestWithParam<Lifted> {};
 
