@@ -1,19 +1,15 @@
 // Public-address keys, subscribers and identities, and which node serves a
 // user.
-#include "AlarmCapture.h"
-#include "LocationService.h"
 #include "Provisioning.h"
+#include "ServiceFixture.h"
 #include "SubscriberRecord.h"
-#include "TestServer.h"
 
 #include <gtest/gtest.h>
 
-#include <iterator>
 #include <ostream>
 #include <string>
 
 using velm::DatabaseResult;
-using velm::LocationService;
 using velm::SubscriberRecord;
 
 namespace {
@@ -23,9 +19,10 @@ const int CSID = 10;
 
 // alice@example.com (sid 1) and o'neil@example.com (sid 2), optionally
 // homed on a node, on a node whose replica_id is optionally set.
-class Lookups : public ::testing::Test {
+class Lookups : public velmtest::ServiceTest {
 protected:
     void SetUp() override {
+        ServiceTest::SetUp();
         velmtest::Provisioning provisioning(db.admin());
         provisioning.subscriber(1);
         provisioning.contactSet(CSID, 1);
@@ -33,7 +30,6 @@ protected:
         provisioning.subscriber(2);
         provisioning.contactSet(CSID + 1, 2);
         provisioning.publicAddress(KEY + 1, "o'neil", "example.com", CSID + 1, true);
-        ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
     }
 
     void homeOn(int sid, const std::string& node) {
@@ -43,10 +39,6 @@ protected:
     void thisNode(const std::string& id) {
         db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '" + id + "')");
     }
-
-    velmtest::TestDatabase db;
-    velmtest::AlarmCapture alarms;
-    LocationService service;
 };
 
 struct NodeCase {
@@ -190,66 +182,5 @@ TEST_F(Lookups, IdentityByAddressOrKey) {
     EXPECT_EQ("o'neil", user);
     EXPECT_EQ("example.com", domain);
     EXPECT_TRUE(service.getPublicAddress(999, user, domain).notFound());
-    EXPECT_TRUE(alarms.alarms().empty());
-}
-
-TEST_F(Lookups, DatabaseFailuresRaiseTheNumberedAlarms) {
-    db.admin().exec("ALTER TABLE velm_users RENAME TO velm_users_gone");
-    EXPECT_TRUE(service.isLocalUser("alice", "example.com").queryError());
-    SubscriberRecord subscriber;
-    EXPECT_TRUE(service.lookupSubscriber("alice", "example.com", subscriber).queryError());
-    db.admin().exec("ALTER TABLE identity RENAME TO identity_gone");
-    std::string identity;
-    EXPECT_TRUE(service.getIdentity(KEY, identity).queryError());
-    db.admin().exec("ALTER TABLE subscriber RENAME TO subscriber_gone");
-    DatabaseResult result = service.lookupSubscriber("alice", "example.com", subscriber);
-    EXPECT_TRUE(result.connectionError());
-    db.admin().exec("ALTER TABLE public_address RENAME TO public_address_gone");
-    int key = -1;
-    int csid = -1;
-    EXPECT_TRUE(service.getPublicAddressKeyCSID("alice", "example.com", key, csid).queryError());
-    EXPECT_TRUE(service.getIdentity(KEY, identity).queryError());
-    std::string user;
-    std::string domain;
-    EXPECT_TRUE(service.getPublicAddress(KEY, user, domain).queryError());
-
-    const char* expected[] = {"database failure - isLocalUser_1. ",
-                              "database failure - lookupSubscriber_2. ",
-                              "database failure - getIdentity_2. ",
-                              "database failure - lookupSubscriber_1",
-                              "database failure - getPublicAddressKeyCSID. ",
-                              "database failure - getIdentity_1. ",
-                              "database failure - getPublicAddress. "};
-    auto raised = alarms.texts("zuVELMProxyDBAccessFailed");
-    ASSERT_EQ(std::size(expected), raised.size());
-    for (size_t i = 0; i < raised.size(); ++i)
-        EXPECT_EQ(0u, raised[i].find(expected[i])) << raised[i];
-    EXPECT_EQ("database failure - lookupSubscriber_1", raised[3]);
-    EXPECT_NE(std::string::npos, raised[0].find("velm_users"));
-}
-
-TEST(LookupsUnconnected, EveryLookupReportsTheMissingConnection) {
-    velmtest::AlarmCapture alarms;
-    LocationService service;
-    int key = -1;
-    int csid = -1;
-    SubscriberRecord subscriber;
-    std::string identity = "kept";
-    std::string user;
-    std::string domain;
-    DatabaseResult results[] = {service.isLocalUser("alice", "example.com"),
-                                service.getPublicAddressKey("sip:alice@example.com", key),
-                                service.getPublicAddressKeyCSID("alice", "example.com", key, csid),
-                                service.lookupSubscriber("alice", "example.com", subscriber),
-                                service.getIdentity("alice", "example.com", identity),
-                                service.getIdentity(KEY, identity),
-                                service.getPublicAddress(KEY, user, domain)};
-    for (const DatabaseResult& result : results) {
-        EXPECT_TRUE(result.connectionError());
-        EXPECT_EQ("lookup attempted without a database connection", result.getErrorMessage());
-    }
-    EXPECT_EQ(-1, key);
-    EXPECT_EQ(-1, subscriber.sid());
-    EXPECT_EQ("kept", identity);
     EXPECT_TRUE(alarms.alarms().empty());
 }
