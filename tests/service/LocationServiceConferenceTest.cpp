@@ -136,21 +136,17 @@ TEST_F(ConferenceServer, WithoutPrimaryDomainNothingIsRouted) {
     }
 }
 
-TEST_F(ConferenceServer, ComposedUriFollowsTransportAndLowerCase) {
-    handle("Bridge");
-    EXPECT_EQ("sips:bridge@example.net", service.composeConferenceServerUri("EXAMPLE.net", true));
-    EXPECT_EQ("sip:bridge@example.net", service.composeConferenceServerUri("example.net", false));
-    EXPECT_EQ("bridge", service.queryConferenceServerHandle());
-}
-
+// The handle is read, and kept, only once there is a connection; the URI
+// follows the transport and is lower case.
 TEST(ConferenceServerUnconnected, DefaultHandleIsNotKeptWithoutAConnection) {
     velmtest::TestDatabase db;
-    db.admin().exec("INSERT INTO system_parameters VALUES ('conference', 'SixParty', 'ConferenceFactoryUser', 'meet')");
+    db.admin().exec("INSERT INTO system_parameters VALUES ('conference', 'SixParty', 'ConferenceFactoryUser', 'Meet')");
     LocationService service;
-    EXPECT_EQ("confsvr", service.queryConferenceServerHandle());
     EXPECT_EQ("sip:confsvr@example.com", service.composeConferenceServerUri("example.com", false));
     ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
-    EXPECT_EQ("sip:meet@example.com", service.composeConferenceServerUri("example.com", false));
+    EXPECT_EQ("sips:meet@example.net", service.composeConferenceServerUri("EXAMPLE.net", true));
+    EXPECT_EQ("sip:meet@example.net", service.composeConferenceServerUri("example.net", false));
+    EXPECT_EQ("meet", service.queryConferenceServerHandle());
 }
 
 namespace {
@@ -213,15 +209,6 @@ INSTANTIATE_TEST_SUITE_P(
                     "useOneAvailConfExt(): *** Failed to reserve an IDLE extension! ***"}),
     [](const testing::TestParamInfo<ReserveCase>& info) { return std::string(info.param.name); });
 
-TEST_F(ConferenceServer, ReservationNeedsAUser) {
-    bridges(1);
-    std::string extension = "stale";
-    DatabaseResult result = exec().useOneAvailConfExt(nullptr, extension);
-    EXPECT_TRUE(result.queryError());
-    EXPECT_EQ("null auth user", result.getErrorMessage());
-    EXPECT_EQ("rows: 0", stateOf(7001));
-}
-
 TEST_F(ConferenceServer, ConcurrentReservationsNeverShareABridge) {
     const int perThread = 10;
     // Idle rows are updated in place and fresh bridges inserted: both ways
@@ -260,13 +247,16 @@ TEST_F(ConferenceServer, ConcurrentReservationsNeverShareABridge) {
     EXPECT_TRUE(exec().useOneAvailConfExt("alice", extension).notFound());
 }
 
-TEST_F(ConferenceServer, CountsFollowTheReservationsAndAFailingCountLeavesItsKey) {
+TEST_F(ConferenceServer, CountsFollowTheReservationsAndFailuresLeaveThePoolAlone) {
     bridges(4);
     bridge(3, 8001, "INVALID");
     std::map<std::string, unsigned int> count{{DatabaseCommandExecutor::STR_CONF_IDLE, 99}};
     std::string extension;
     ASSERT_TRUE(exec().useOneAvailConfExt("alice", extension).okay());
     ASSERT_TRUE(exec().useOneAvailConfExt("bob", extension).okay());
+    DatabaseResult noUser = exec().useOneAvailConfExt(nullptr, extension);
+    EXPECT_TRUE(noUser.queryError());
+    EXPECT_EQ("null auth user", noUser.getErrorMessage());
     ASSERT_TRUE(exec().confExtCount(count).okay());
     // The idle count is the caller's to derive.
     EXPECT_EQ((std::map<std::string, unsigned int>{{"TOTAL", 5}, {"IN USE", 2}, {"INVALID", 1}, {"IDLE", 99}}),

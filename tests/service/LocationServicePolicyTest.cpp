@@ -156,7 +156,7 @@ std::string operationName(const testing::TestParamInfo<Operation>& info) {
 }
 
 // alice@example.com (sid 1, key KEY) on node 7, homed on node 8.
-class Operations : public velmtest::ServiceTest, public testing::WithParamInterface<Operation> {
+class Operations : public velmtest::ServiceTest {
 protected:
     void SetUp() override {
         ServiceTest::SetUp();
@@ -171,7 +171,12 @@ protected:
     }
 };
 
-class DatabaseFailure : public Operations {};
+class DatabaseFailure : public Operations, public testing::WithParamInterface<Operation> {};
+
+class WithoutConnection : public testing::TestWithParam<Operation> {
+protected:
+    velmtest::AlarmCapture alarms;
+};
 
 } // namespace
 
@@ -194,7 +199,7 @@ TEST_P(DatabaseFailure, RaisesTheOperationsAlarm) {
 
 INSTANTIATE_TEST_SUITE_P(EveryOperation, DatabaseFailure, testing::ValuesIn(failing()), operationName);
 
-TEST_P(Operations, WithoutAConnectionNothingIsAskedAndNothingAlarmed) {
+TEST_P(WithoutConnection, NothingIsAskedAndNothingAlarmed) {
     LocationService unconnected;
     Answers answers;
     DatabaseResult result = GetParam().call(unconnected, answers);
@@ -207,38 +212,31 @@ TEST_P(Operations, WithoutAConnectionNothingIsAskedAndNothingAlarmed) {
     EXPECT_EQ(-1, answers.subscriber.sid());
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryOperation, Operations, testing::ValuesIn(OPERATIONS), operationName);
+INSTANTIATE_TEST_SUITE_P(EveryOperation, WithoutConnection, testing::ValuesIn(OPERATIONS), operationName);
 
-TEST_F(Operations, MissingSettingsAreNotFoundWithoutAnAlarm) {
-    db.admin().exec("DELETE FROM system_parameters");
+TEST_F(Operations, SettingsAreReadAndMissingOnesNotFoundWithoutAnAlarm) {
     velmtest::TraceCapture capture({"LocationService"});
     int qos = -7;
+    std::string nodeType = "stale", user, password;
     EXPECT_TRUE(service.getQoS(&qos).notFound());
     EXPECT_EQ(-7, qos);
     EXPECT_TRUE(capture.contains("LocationService", "getQoS failed to find QoS in DB"));
-    std::string nodeType = "stale";
-    EXPECT_TRUE(service.getNodeType(nodeType).notFound());
-    EXPECT_EQ("", nodeType);
-    // Settings without a node type are not found either.
-    parameter("parent", "p");
-    nodeType = "stale";
-    EXPECT_TRUE(service.getNodeType(nodeType).notFound());
-    EXPECT_EQ("", nodeType);
-    std::string user, password;
     EXPECT_TRUE(service.getSystemUserAndPasswordValues(user, password).notFound());
+    EXPECT_TRUE(service.getNodeType(nodeType).notFound());
+    // Settings without a node type are not found either.
+    nodeType = "stale";
+    parameter("parent", "p");
+    EXPECT_TRUE(service.getNodeType(nodeType).notFound());
+    EXPECT_EQ("", nodeType);
     EXPECT_TRUE(alarms.alarms().empty());
-}
 
-TEST_F(Operations, SettingsThatExistAreRead) {
     for (const char* row : {"qos=46", "node_type=edge", "EdgeUsername=edge-admin", "EdgePassword=edge-secret",
                             "HomeUsername=home-admin", "HomePassword=home-secret"}) {
         std::string setting = row;
         parameter(setting.substr(0, setting.find('=')), setting.substr(setting.find('=') + 1));
     }
-    int qos = 0;
     ASSERT_TRUE(service.getQoS(&qos).okay());
     EXPECT_EQ(46, qos);
-    std::string nodeType, user, password;
     ASSERT_TRUE(service.getNodeType(nodeType).okay());
     EXPECT_EQ("edge", nodeType);
     ASSERT_TRUE(service.getSystemUserAndPasswordValues(user, password).okay());
@@ -272,10 +270,6 @@ struct DomainCase {
     std::vector<Rule> rules; // in qvalue order
     bool allowed;
 };
-
-void PrintTo(const DomainCase& c, std::ostream* out) {
-    *out << c.name;
-}
 
 class DomainAccessDecision : public velmtest::ServiceTest, public testing::WithParamInterface<DomainCase> {};
 

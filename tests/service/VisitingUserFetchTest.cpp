@@ -220,15 +220,6 @@ INSTANTIATE_TEST_SUITE_P(
         PeerCase{"HtmlErrorPage",
                  http("500 Internal Server Error", "text/html", "<html><body><h1>Oops</h1></body></html>"),
                  DatabaseResult::QUERY_ERROR, "VU soap error=3"},
-        PeerCase{"WrongElement",
-                 http("200 OK", "text/xml",
-                      envelope(SOAP11, "<ns4:getOtherResponse><subscriberId>5</subscriberId></ns4:getOtherResponse>")),
-                 DatabaseResult::QUERY_ERROR, "VU soap error=200"},
-        PeerCase{"ResponseOfAnotherNamespace",
-                 http("200 OK", "text/xml",
-                      envelope(SOAP11, "<x:getVisitingProfileResponse xmlns:x=\"urn:other\"><subscriberId>5"
-                                       "</subscriberId></x:getVisitingProfileResponse>")),
-                 DatabaseResult::QUERY_ERROR, "VU soap error=200"},
         PeerCase{"DroppedMidAnswer",
                  "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: 900\r\nConnection: close\r\n\r\n" +
                      envelope(SOAP11, "<ns4:getVisitingProfileResponse><subscriberId>5").substr(0, 150),
