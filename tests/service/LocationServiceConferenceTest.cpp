@@ -1,31 +1,41 @@
-// Requests for the conference server: its URI, the bridge reservation and the
-// capacity events. Each case runs in a process of its own, so the URI state
-// shared by all instances starts fresh.
-#include "AlarmCapture.h"
-#include "ContactRecord.h"
-#include "LocationService.h"
-#include "TestServer.h"
+// Conference requests: the server's URI, reserving a bridge from the pool,
+// counting the pool and its capacity events.
+#include "DatabaseCommandExecutor.h"
+#include "QueryResultPtr.h"
+#include "ServiceFixture.h"
 #include "TraceCapture.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <functional>
+#include <map>
+#include <set>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 using velm::ContactRecord;
+using velm::DatabaseCommandExecutor;
 using velm::DatabaseResult;
 using velm::LocationService;
 
 namespace {
 
-using Alarms = std::vector<std::pair<std::string, std::string>>;
+const char* const NO_BRIDGE = "*** ERROR ***: Failed to find and reserve an IDLE Conference Bridge Extension!";
+const char* const MAX_USED = "Max Conf Ext Used: 100 percent usage";
 
-class ConferenceServer : public testing::Test {
+// Bridges sit behind trunks (acp) 1 and 3; alice is behind trunk 1, bob
+// behind trunk 2, which has none.
+class ConferenceServer : public velmtest::ServiceTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
-        db.admin().exec("INSERT INTO acp (acp_id, name) VALUES (1, 'bridges')");
+        ServiceTest::SetUp();
+        db.admin().exec("INSERT INTO acp (acp_id, name) VALUES (1, 'bridges'), (2, 'trunk2'), (3, 'trunk3')");
+        db.admin().exec("INSERT INTO subscriber (sid, auth_user_id) VALUES (1, 'alice'), (2, 'bob')");
+        db.admin().exec("INSERT INTO extension (extension, sid, acp_id, ext_type) VALUES "
+                        "('100', 1, 1, 'u'), ('200', 2, 2, 'u')");
         service.setPrimaryDomain("Example.COM");
     }
 
@@ -34,31 +44,27 @@ protected:
                         value + "')");
     }
 
-    // `count` bridges numbered from 7001; the first `inUse` busy, the next
-    // `invalid` out of order.
+    // Bridge `number` behind trunk `acp`, in `state` (empty: never used).
+    void bridge(int acp, int number, const std::string& state = "") {
+        db.admin().exec("INSERT INTO extension (extension, acp_id, ext_type) VALUES ('" + std::to_string(number) +
+                        "', " + std::to_string(acp) + ", 'c')");
+        if (!state.empty())
+            db.admin().exec("INSERT INTO conf_state VALUES (" + std::to_string(number) + ", '" + state + "')");
+    }
+
+    // `count` bridges from 7001 behind trunk 1; the first `inUse` busy, the
+    // next `invalid` out of order.
     void bridges(int count, int inUse = 0, int invalid = 0) {
-        for (int index = 0; index < count; ++index) {
-            std::string number = std::to_string(7001 + index);
-            db.admin().exec("INSERT INTO extension (extension, acp_id, ext_type) VALUES ('" + number + "', 1, 'c')");
-            if (index < inUse + invalid)
-                db.admin().exec("INSERT INTO conf_state VALUES (" + number + ", '" +
-                                (index < inUse ? "IN USE" : "INVALID") + "')");
-        }
+        for (int index = 0; index < count; ++index)
+            bridge(1, 7001 + index, index < inUse ? "IN USE" : index < inUse + invalid ? "INVALID" : "");
     }
 
-    DatabaseResult lookup(const std::string& requestUri) {
-        ordering.clear();
-        redirect = false;
-        contacts.clear();
-        return service.lookupContacts(requestUri.c_str(), ordering, redirect, contacts, "alice");
+    std::string stateOf(int extension) {
+        auto rows = db.admin().query("SELECT conf_status FROM conf_state WHERE extension = " + std::to_string(extension));
+        return rows.size() == 1 ? rows[0][0] : "rows: " + std::to_string(rows.size());
     }
 
-    velmtest::TestDatabase db;
-    velmtest::AlarmCapture alarms;
-    LocationService service;
-    std::string ordering;
-    bool redirect = false;
-    std::vector<ContactRecord> contacts;
+    DatabaseCommandExecutor& exec() { return *service.m_exec; }
 };
 
 } // namespace
@@ -76,7 +82,7 @@ TEST_F(ConferenceServer, RequestForTheServerReservesABridge) {
     EXPECT_EQ("sip:7001@Example.COM", contacts[0].address());
     EXPECT_EQ("7001", contacts[0].user());
     EXPECT_EQ("Example.COM", contacts[0].domain());
-    EXPECT_EQ("IN USE", db.admin().value("SELECT conf_status FROM conf_state WHERE extension = 7001"));
+    EXPECT_EQ("IN USE", stateOf(7001));
     EXPECT_TRUE(capture.contains(
         "LocationService",
         "--- SUCCESS ---: Found match! Local Conference Server URI matched requestUri=sip:confbridge@example.com"));
@@ -92,9 +98,13 @@ TEST_F(ConferenceServer, RequestForTheServerReservesABridge) {
     EXPECT_TRUE(contacts.empty());
     EXPECT_EQ("", ordering);
     EXPECT_TRUE(capture.contains("EventServer", result.getErrorMessage() + " authUser: sip:confbridge@example.com"));
-    EXPECT_EQ(
-        (std::vector<std::string>{"Max Conf Ext Used: 100 percent usage", "Max Conf Ext Used: 100 percent usage"}),
-        alarms.texts("zuVELMConfCapExceeded"));
+    EXPECT_EQ((std::vector<std::string>{MAX_USED, MAX_USED}), alarms.texts("zuVELMConfCapExceeded"));
+
+    // A primary domain set later is the one the server answers in.
+    db.admin().exec("DELETE FROM conf_state");
+    service.setPrimaryDomain("other.example.org");
+    ASSERT_TRUE(lookup("sip:confbridge@other.example.org").okay());
+    EXPECT_EQ("sip:7001@other.example.org", contacts.at(0).address());
 }
 
 TEST_F(ConferenceServer, OnlyTheExactUriIsTheServer) {
@@ -112,14 +122,6 @@ TEST_F(ConferenceServer, OnlyTheExactUriIsTheServer) {
     EXPECT_TRUE(alarms.texts("zuVELMConfCapExceeded").empty());
 }
 
-TEST_F(ConferenceServer, PrimaryDomainSetLaterIsUsed) {
-    bridges(2);
-    ASSERT_TRUE(lookup("sip:confsvr@example.com").okay());
-    service.setPrimaryDomain("other.example.org");
-    ASSERT_TRUE(lookup("sip:confsvr@other.example.org").okay());
-    EXPECT_EQ("sip:7002@other.example.org", contacts.at(0).address());
-}
-
 TEST_F(ConferenceServer, WithoutPrimaryDomainNothingIsRouted) {
     service.setPrimaryDomain("");
     velmtest::TraceCapture capture({"LocationService"});
@@ -134,30 +136,145 @@ TEST_F(ConferenceServer, WithoutPrimaryDomainNothingIsRouted) {
     }
 }
 
-TEST_F(ConferenceServer, ComposedUriFollowsTransportAndLowerCase) {
-    handle("Bridge");
-    EXPECT_EQ("sips:bridge@example.net", service.composeConferenceServerUri("EXAMPLE.net", true));
-    EXPECT_EQ("sip:bridge@example.net", service.composeConferenceServerUri("example.net", false));
-    EXPECT_EQ("bridge", service.queryConferenceServerHandle());
-}
-
+// The handle is read, and kept, only once there is a connection; the URI
+// follows the transport and is lower case.
 TEST(ConferenceServerUnconnected, DefaultHandleIsNotKeptWithoutAConnection) {
     velmtest::TestDatabase db;
-    db.admin().exec("INSERT INTO system_parameters VALUES ('conference', 'SixParty', 'ConferenceFactoryUser', 'meet')");
+    db.admin().exec("INSERT INTO system_parameters VALUES ('conference', 'SixParty', 'ConferenceFactoryUser', 'Meet')");
     LocationService service;
-    EXPECT_EQ("confsvr", service.queryConferenceServerHandle());
     EXPECT_EQ("sip:confsvr@example.com", service.composeConferenceServerUri("example.com", false));
-    std::string ordering;
-    bool redirect = false;
-    std::vector<ContactRecord> contacts;
-    service.setPrimaryDomain("example.com");
-    DatabaseResult result = service.lookupContacts("sip:confsvr@example.com", ordering, redirect, contacts, nullptr);
-    EXPECT_TRUE(result.connectionError());
-    EXPECT_TRUE(contacts.empty());
-
     ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
-    EXPECT_EQ("sip:meet@example.com", service.composeConferenceServerUri("example.com", false));
+    EXPECT_EQ("sips:meet@example.net", service.composeConferenceServerUri("EXAMPLE.net", true));
+    EXPECT_EQ("sip:meet@example.net", service.composeConferenceServerUri("example.net", false));
+    EXPECT_EQ("meet", service.queryConferenceServerHandle());
 }
+
+namespace {
+
+struct Bridge {
+    int acp;
+    int number;
+    const char* state;
+};
+
+struct ReserveCase {
+    const char* name;
+    std::vector<Bridge> bridges;
+    const char* user;
+    // The bridge reserved; 0: none is free.
+    int reserved;
+    const char* trace;
+};
+
+class ConferencePool : public ConferenceServer, public testing::WithParamInterface<ReserveCase> {};
+
+} // namespace
+
+TEST_P(ConferencePool, ReservesOneIdleBridgeAndClosesTheTransaction) {
+    const ReserveCase& c = GetParam();
+    for (const Bridge& b : c.bridges)
+        bridge(b.acp, b.number, b.state);
+    velmtest::TraceCapture capture({"DatabaseCommandExecutor"});
+    std::string extension = "stale";
+    DatabaseResult result = exec().useOneAvailConfExt(c.user, extension);
+    EXPECT_TRUE(capture.contains("DatabaseCommandExecutor", c.trace));
+    if (c.reserved == 0) {
+        EXPECT_TRUE(result.notFound());
+        EXPECT_EQ(NO_BRIDGE, result.getErrorMessage());
+        EXPECT_EQ("", extension);
+    } else {
+        ASSERT_TRUE(result.okay()) << result.getErrorMessage();
+        EXPECT_EQ(std::to_string(c.reserved), extension);
+    }
+    // The other bridges are as they were, and the session is out of its
+    // transaction.
+    for (const Bridge& b : c.bridges)
+        EXPECT_EQ(b.number == c.reserved ? "IN USE" : *b.state != '\0' ? b.state : "rows: 0", stateOf(b.number));
+    velm::QueryResultPtr pid;
+    ASSERT_TRUE(exec().execute("SELECT pg_backend_pid()", pid).okay());
+    EXPECT_EQ("idle", db.admin().value(std::string("SELECT state FROM pg_stat_activity WHERE pid = ") +
+                                       pid.getValue(0, 0)));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Reservations, ConferencePool,
+    testing::Values(
+        ReserveCase{"OwnTrunkFirst", {{3, 8001, ""}, {1, 7001, ""}}, "alice", 7001,
+                    "useOneAvailConfExt(): Successfully reserved an IDLE extension= 7001"},
+        ReserveCase{"AnyTrunkWithoutOwn", {{1, 7001, "IN USE"}, {3, 8001, ""}}, "bob", 8001,
+                    "useOneAvailConfExt(): Successfully reserved from query2 an IDLE extension= 8001"},
+        ReserveCase{"IdleTakenBack", {{1, 7001, "INVALID"}, {1, 7002, "IN USE"}, {1, 7003, "IDLE"}}, "alice", 7003,
+                    "useOneAvailConfExt(): Successfully reserved an IDLE extension= 7003"},
+        ReserveCase{"Exhausted", {{1, 7001, "IN USE"}, {1, 7002, "INVALID"}}, "alice", 0,
+                    "useOneAvailConfExt(): *** Failed to reserve an IDLE extension! ***"}),
+    [](const testing::TestParamInfo<ReserveCase>& info) { return std::string(info.param.name); });
+
+TEST_F(ConferenceServer, ConcurrentReservationsNeverShareABridge) {
+    const int perThread = 10;
+    // Idle rows are updated in place and fresh bridges inserted: both ways
+    // must stay exclusive.
+    for (int index = 0; index < 2 * perThread; ++index)
+        bridge(1, 7001 + index, index < perThread ? "IDLE" : "");
+    std::atomic<int> connected{0};
+    auto reserve = [this, &connected](std::vector<std::string>& taken, std::vector<std::string>& failures) {
+        DatabaseCommandExecutor own;
+        bool ready = own.connect(db.name().c_str(), "velm", "pw");
+        if (!ready)
+            failures.push_back(own.getErrorMessage());
+        // Start reserving together.
+        ++connected;
+        while (connected.load() < 2)
+            std::this_thread::yield();
+        for (int i = 0; ready && i < perThread; ++i) {
+            std::string extension;
+            DatabaseResult result = own.useOneAvailConfExt("alice", extension);
+            (result.okay() ? taken : failures).push_back(result.okay() ? extension : result.getErrorMessage());
+        }
+    };
+    std::vector<std::string> first, second, failures, moreFailures;
+    std::thread a(reserve, std::ref(first), std::ref(failures));
+    std::thread b(reserve, std::ref(second), std::ref(moreFailures));
+    a.join();
+    b.join();
+    failures.insert(failures.end(), moreFailures.begin(), moreFailures.end());
+    EXPECT_TRUE(failures.empty()) << failures.front();
+    std::set<std::string> distinct(first.begin(), first.end());
+    distinct.insert(second.begin(), second.end());
+    EXPECT_EQ(static_cast<size_t>(2 * perThread), distinct.size());
+    EXPECT_EQ(std::to_string(2 * perThread),
+              db.admin().value("SELECT count(*) FROM conf_state WHERE conf_status = 'IN USE'"));
+    std::string extension;
+    EXPECT_TRUE(exec().useOneAvailConfExt("alice", extension).notFound());
+}
+
+TEST_F(ConferenceServer, CountsFollowTheReservationsAndFailuresLeaveThePoolAlone) {
+    bridges(4);
+    bridge(3, 8001, "INVALID");
+    std::map<std::string, unsigned int> count{{DatabaseCommandExecutor::STR_CONF_IDLE, 99}};
+    std::string extension;
+    ASSERT_TRUE(exec().useOneAvailConfExt("alice", extension).okay());
+    ASSERT_TRUE(exec().useOneAvailConfExt("bob", extension).okay());
+    DatabaseResult noUser = exec().useOneAvailConfExt(nullptr, extension);
+    EXPECT_TRUE(noUser.queryError());
+    EXPECT_EQ("null auth user", noUser.getErrorMessage());
+    ASSERT_TRUE(exec().confExtCount(count).okay());
+    // The idle count is the caller's to derive.
+    EXPECT_EQ((std::map<std::string, unsigned int>{{"TOTAL", 5}, {"IN USE", 2}, {"INVALID", 1}, {"IDLE", 99}}),
+              count);
+
+    db.admin().exec("DROP TABLE conf_state CASCADE");
+    count = {{"IN USE", 7}};
+    DatabaseResult result = exec().confExtCount(count);
+    EXPECT_TRUE(result.queryError());
+    EXPECT_NE(std::string::npos, result.getErrorMessage().find("conf_status='INVALID'"));
+    EXPECT_EQ((std::map<std::string, unsigned int>{{"TOTAL", 5}, {"IN USE", 7}}), count);
+
+    DatabaseCommandExecutor unconnected;
+    EXPECT_TRUE(unconnected.useOneAvailConfExt("alice", extension).connectionError());
+    EXPECT_TRUE(unconnected.confExtCount(count).connectionError());
+}
+
+namespace {
 
 struct CapacityCase {
     int total;
@@ -169,6 +286,8 @@ struct CapacityCase {
 
 class ConferenceCapacity : public ConferenceServer, public testing::WithParamInterface<CapacityCase> {};
 
+} // namespace
+
 TEST_P(ConferenceCapacity, EventsFireOnReachingTheLevelExactly) {
     const CapacityCase& c = GetParam();
     bridges(c.total, c.inUse, c.invalid);
@@ -176,11 +295,11 @@ TEST_P(ConferenceCapacity, EventsFireOnReachingTheLevelExactly) {
     ContactRecord contact;
     ASSERT_TRUE(service.resolveConfSvrUri("alice", flag, contact).okay());
     EXPECT_TRUE(flag);
-    Alarms expected;
+    std::vector<std::pair<std::string, std::string>> expected;
     if (c.event != nullptr)
         expected.emplace_back(c.event, std::string(c.event) == "zuVELMConfCapacity"
                                            ? "80 percent Conf Ext Used: 80 percent usage"
-                                           : "Max Conf Ext Used: 100 percent usage");
+                                           : MAX_USED);
     EXPECT_EQ(expected, alarms.alarms());
 }
 

@@ -1,11 +1,12 @@
-// The configuration and policy answers of the facade: the decisions they make
-// from the rows, and how they report a database that failed.
-#include "AlarmCapture.h"
-#include "LocationService.h"
+// The facade's operations as a table: what each reports without a connection
+// and which alarm it raises when the database fails it; and the configuration
+// and policy answers read from the rows.
+#include "Provisioning.h"
 #include "ProxyConfig.h"
 #include "RemoteFilter.h"
+#include "ServiceFixture.h"
 #include "SipEventAggregator.h"
-#include "TestServer.h"
+#include "SubscriberRecord.h"
 #include "TraceCapture.h"
 #include "TrustedHostRecord.h"
 
@@ -18,178 +19,232 @@
 
 using velm::DatabaseResult;
 using velm::LocationService;
-using velmtest::TestDatabase;
 
 namespace {
 
-class Accessors : public ::testing::Test {
-protected:
-    void SetUp() override {
-        DatabaseResult connected = service.connect(db.name().c_str(), "velm", "pw");
-        ASSERT_TRUE(connected.okay()) << connected.getErrorMessage();
-    }
+const int KEY = 100;
 
-    void parameter(const std::string& name, const std::string& value) {
-        db.admin().exec("INSERT INTO system_parameters VALUES ('velm', 'system', '" + name + "', " + value + ")");
-    }
-
-    TestDatabase db;
-    velmtest::AlarmCapture alarms;
-    LocationService service;
+// Where the operations write their answers.
+struct Answers {
+    int number = -1;
+    int other = -1;
+    bool flag = false;
+    std::string text = "kept";
+    std::string more;
+    velm::SubscriberRecord subscriber;
+    std::vector<velm::ContactRecord> contacts;
+    std::vector<velm::TrustedHostRecord> hosts;
+    std::vector<velm::ProxyConfig> items;
+    std::vector<velm::remoteFilter> filters;
+    std::vector<velm::SipEventAggregator> aggregators;
+    velm::SipEventAggregator aggregator;
 };
 
-struct Accessor {
+struct Operation {
     const char* name;
-    // The table whose loss makes the accessor fail; empty when it fails anyway.
-    const char* table;
-    // Null when the loss is not found rather than a failure.
-    const char* alarmPrefix;
-    std::function<DatabaseResult(LocationService&)> call;
+    // The statements that make it fail; empty: it fails as it is; null: it
+    // is only called without a connection.
+    const char* breakWith;
+    DatabaseResult::status status;
+    // The alarm it raises then, before the error message when it ends in a
+    // space; null: none.
+    const char* alarm;
+    std::function<DatabaseResult(LocationService&, Answers&)> call;
 };
 
-const Accessor ACCESSORS[] = {
-    {"queryTrustedHosts", "trusted_host", "database failure - queryTrustedHosts. ",
-     [](LocationService& s) {
-         std::vector<velm::TrustedHostRecord> hosts;
-         return s.queryTrustedHosts(hosts);
-     }},
-    {"getQoS", "system_parameters", "database failure -  getQoS. ", [](LocationService& s) {
-         int qos;
-         return s.getQoS(&qos);
-     }},
-    {"getNodeType", "system_parameters", "database failure - getNodeType. ",
-     [](LocationService& s) {
-         std::string nodeType;
-         return s.getNodeType(nodeType);
-     }},
-    {"getProxyConfig", "system_parameters", "database failure - getProxyConfig. ",
-     [](LocationService& s) {
-         std::vector<velm::ProxyConfig> items;
-         return s.getProxyConfig("proxy1", items);
-     }},
+void PrintTo(const Operation& operation, std::ostream* out) {
+    *out << operation.name;
+}
+
+const DatabaseResult::status QUERY = DatabaseResult::QUERY_ERROR;
+const char* const SETTINGS_LOST = "ALTER TABLE system_parameters RENAME TO lost";
+const char* const PUBLIC_ADDRESS_LOST = "ALTER TABLE public_address RENAME TO lost";
+const char* const VISITORS_LOST = "ALTER TABLE replica_extra RENAME TO lost";
+using S = LocationService;
+using A = Answers;
+
+const std::vector<Operation> OPERATIONS = {
+    {"executeCmd", "", QUERY, "database failure - executeCmd. ",
+     [](S& s, A&) { return s.executeCmd("SELECT nothing FROM nowhere"); }},
+    {"queryTrustedHosts", "ALTER TABLE trusted_host RENAME TO lost", QUERY, "database failure - queryTrustedHosts. ",
+     [](S& s, A& a) { return s.queryTrustedHosts(a.hosts); }},
+    {"getQoS", SETTINGS_LOST, QUERY, "database failure -  getQoS. ", [](S& s, A& a) { return s.getQoS(&a.number); }},
+    {"getNodeType", SETTINGS_LOST, QUERY, "database failure - getNodeType. ",
+     [](S& s, A& a) { return s.getNodeType(a.more); }},
+    {"getProxyConfig", SETTINGS_LOST, QUERY, "database failure - getProxyConfig. ",
+     [](S& s, A& a) { return s.getProxyConfig("proxy1", a.items); }},
     // The credential statements never look at whether the server rejected
     // them: a lost table reads as no rows.
-    {"getSystemUserAndPasswordValues", "system_parameters", nullptr,
-     [](LocationService& s) {
-         std::string user;
-         std::string password;
-         return s.getSystemUserAndPasswordValues(user, password);
+    {"getSystemUserAndPasswordValues", SETTINGS_LOST, DatabaseResult::NOTFOUND, nullptr,
+     [](S& s, A& a) { return s.getSystemUserAndPasswordValues(a.more, a.more); }},
+    // A failed read leaves the answer alone.
+    {"checkInboundDomainAccess", "ALTER TABLE domain_access RENAME TO lost", QUERY,
+     "database failure - checkInboundDomainAccess. ",
+     [](S& s, A& a) { return s.checkInboundDomainAccess("example.org", a.flag); }},
+    {"isEmergencyContact", "ALTER TABLE emergency_call_ids RENAME TO lost", QUERY,
+     "database failure - isEmergencyContact. ", [](S& s, A& a) { return s.isEmergencyContact("911", a.flag); }},
+    // Reported as a lost connection, as it always has been.
+    {"getRemoteFilters", "ALTER TABLE persistent_filter RENAME TO lost", DatabaseResult::CONNECTION_ERROR,
+     "database failure - getRemoteFilters. ", [](S& s, A& a) { return s.getRemoteFilters(&a.filters, &a.more); }},
+    {"deleteOldEventNotifyRows", "ALTER TABLE event_notify RENAME TO lost", QUERY,
+     "database failure - deleteOldEventNotifyRows. ", [](S& s, A&) { return s.deleteOldEventNotifyRows(); }},
+    {"getSipEventAggregators", "ALTER TABLE sip_event_aggregator RENAME TO lost", QUERY,
+     "database failure - getSipEventAggregators. ", [](S& s, A& a) { return s.getSipEventAggregators(a.aggregators); }},
+    {"getSipEventAggregator", "", QUERY, "database failure - getSipEventAggregator. ",
+     [](S& s, A& a) { return s.getSipEventAggregator("5", a.aggregator); }},
+    {"isLocalUser", "ALTER TABLE velm_users RENAME TO lost", QUERY, "database failure - isLocalUser_1. ",
+     [](S& s, A&) { return s.isLocalUser("alice", "example.com"); }},
+    {"isLocalUserUri", nullptr, QUERY, nullptr,
+     [](S& s, A&) { return s.isLocalUser(std::string("sip:alice@example.com")); }},
+    {"lookupSubscriberHome", "ALTER TABLE velm_users RENAME TO lost", QUERY, "database failure - lookupSubscriber_2. ",
+     [](S& s, A& a) { return s.lookupSubscriber("alice", "example.com", a.subscriber); }},
+    {"lookupSubscriber", "ALTER TABLE subscriber RENAME TO lost", DatabaseResult::CONNECTION_ERROR,
+     "database failure - lookupSubscriber_1",
+     [](S& s, A& a) { return s.lookupSubscriber("alice", "example.com", a.subscriber); }},
+    {"getIdentityOfKey", "ALTER TABLE identity RENAME TO lost", QUERY, "database failure - getIdentity_2. ",
+     [](S& s, A& a) { return s.getIdentity(KEY, a.text); }},
+    {"getIdentityAddress", PUBLIC_ADDRESS_LOST, QUERY, "database failure - getIdentity_1. ",
+     [](S& s, A& a) { return s.getIdentity(KEY, a.text); }},
+    {"getIdentityOfUser", nullptr, QUERY, nullptr,
+     [](S& s, A& a) { return s.getIdentity("alice", "example.com", a.text); }},
+    {"getPublicAddressKeyCSID", PUBLIC_ADDRESS_LOST, QUERY, "database failure - getPublicAddressKeyCSID. ",
+     [](S& s, A& a) { return s.getPublicAddressKeyCSID("alice", "example.com", a.number, a.other); }},
+    {"getPublicAddressKey", nullptr, QUERY, nullptr,
+     [](S& s, A& a) { return s.getPublicAddressKey("sip:alice@example.com", a.number); }},
+    {"getPublicAddress", PUBLIC_ADDRESS_LOST, QUERY, "database failure - getPublicAddress. ",
+     [](S& s, A& a) { return s.getPublicAddress(KEY, a.more, a.more); }},
+    {"isSubscriberHome", VISITORS_LOST, QUERY, "database failure - isSubscriberHome. ",
+     [](S& s, A& a) { return s.isSubscriberHome(1, a.flag); }},
+    {"addVisitingUser", VISITORS_LOST, QUERY, "database failure - addVisitingUser. ",
+     [](S& s, A&) { return s.addVisitingUser(1); }},
+    {"deleteVisitingUser", VISITORS_LOST, QUERY, "database failure - deleteVisitingUser. ",
+     [](S& s, A&) { return s.deleteVisitingUser(1); }},
+    {"getHomeNode_id", "ALTER TABLE local_parameters RENAME TO lost", QUERY, "database failure - getHomeNode_id. ",
+     [](S& s, A& a) { return s.getHomeNode_id(a.number); }},
+    {"removeExpiredVisitingUsers", VISITORS_LOST, QUERY, "database failure - removeExpiredVisitingUsers_1. ",
+     [](S& s, A&) { return s.removeExpiredVisitingUsers(); }},
+    {"updateTimer", nullptr, QUERY, nullptr, [](S& s, A&) { return s.updateTimer("alice", "example.com", 60); }},
+    {"getDefaultRoute", "DROP TABLE system_parameters", QUERY, "database failure - getDefaultRoute. ",
+     [](S& s, A& a) { return s.getDefaultRoute(a.more, a.flag, a.contacts); }},
+    {"getOutboundRoute", "DROP TABLE system_parameters", QUERY, "database failure - getOutboundRoute_1. ",
+     [](S& s, A& a) { return s.getOutboundRoute("sip:bob@example.com", false, a.more, a.flag); }},
+    {"lookupContactsOfUri", nullptr, QUERY, nullptr,
+     [](S& s, A& a) {
+         s.setPrimaryDomain("example.com");
+         return s.lookupContacts("sip:confsvr@example.com", a.more, a.flag, a.contacts, nullptr);
      }},
-    {"checkInboundDomainAccess", "domain_access", "database failure - checkInboundDomainAccess. ",
-     [](LocationService& s) {
-         bool allowed;
-         return s.checkInboundDomainAccess("example.org", allowed);
+    {"lookupContactsOfUser", nullptr, QUERY, nullptr,
+     [](S& s, A& a) {
+         return s.lookupContacts("alice", "example.com", "sip:alice@example.com", a.more, a.flag, a.contacts);
      }},
-    {"isEmergencyContact", "emergency_call_ids", "database failure - isEmergencyContact. ",
-     [](LocationService& s) {
-         bool emergency;
-         return s.isEmergencyContact("911", emergency);
-     }},
-    {"getRemoteFilters", "persistent_filter", "database failure - getRemoteFilters. ",
-     [](LocationService& s) {
-         std::vector<velm::remoteFilter> filters;
-         std::string destination;
-         return s.getRemoteFilters(&filters, &destination);
-     }},
-    {"deleteOldEventNotifyRows", "event_notify", "database failure - deleteOldEventNotifyRows. ",
-     [](LocationService& s) { return s.deleteOldEventNotifyRows(); }},
-    {"getSipEventAggregators", "sip_event_aggregator", "database failure - getSipEventAggregators. ",
-     [](LocationService& s) {
-         std::vector<velm::SipEventAggregator> aggregators;
-         return s.getSipEventAggregators(aggregators);
-     }},
-    {"getSipEventAggregator", "", "database failure - getSipEventAggregator. ",
-     [](LocationService& s) {
-         velm::SipEventAggregator aggregator;
-         return s.getSipEventAggregator("5", aggregator);
-     }},
+    {"lookupContactsOfKey", nullptr, QUERY, nullptr,
+     [](S& s, A& a) { return s.lookupContacts(KEY, a.more, a.flag, a.contacts); }},
+    {"lookupContactsNoCache", nullptr, QUERY, nullptr,
+     [](S& s, A& a) { return s.lookupContactsNoCache(KEY, a.more, a.flag, a.contacts, a.other); }},
 };
 
-std::string accessorName(const testing::TestParamInfo<Accessor>& info) {
+std::vector<Operation> failing() {
+    std::vector<Operation> list;
+    for (const Operation& operation : OPERATIONS)
+        if (operation.breakWith != nullptr)
+            list.push_back(operation);
+    return list;
+}
+
+std::string operationName(const testing::TestParamInfo<Operation>& info) {
     return info.param.name;
 }
 
-void PrintTo(const Accessor& accessor, std::ostream* out) {
-    *out << accessor.name;
-}
+// alice@example.com (sid 1, key KEY) on node 7, homed on node 8.
+class Operations : public velmtest::ServiceTest {
+protected:
+    void SetUp() override {
+        ServiceTest::SetUp();
+        velmtest::Provisioning provisioning(db.admin());
+        provisioning.subscriber(1);
+        provisioning.contactSet(10, 1);
+        provisioning.publicAddress(KEY, "alice", "example.com", 10, true);
+        db.admin().exec("INSERT INTO identity VALUES (1, 'sip:alice@example.com', 'Alice A')");
+        db.admin().exec("INSERT INTO velm_users (sid, node_id) VALUES (1, 8)");
+        db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '7')");
+        db.admin().exec("INSERT INTO replica_extra (packet_type, id, expires) VALUES ('subscriber', 1, 1)");
+    }
+};
+
+class DatabaseFailure : public Operations, public testing::WithParamInterface<Operation> {};
+
+class WithoutConnection : public testing::TestWithParam<Operation> {
+protected:
+    velmtest::AlarmCapture alarms;
+};
 
 } // namespace
 
-class AccessorFailure : public Accessors, public testing::WithParamInterface<Accessor> {};
-
-TEST_P(AccessorFailure, ADatabaseFailureRaisesTheAccessorsAlarm) {
-    const Accessor& accessor = GetParam();
-    if (*accessor.table != '\0')
-        db.admin().exec(std::string("ALTER TABLE ") + accessor.table + " RENAME TO lost");
-    DatabaseResult result = accessor.call(service);
-    if (accessor.alarmPrefix == nullptr) {
-        EXPECT_TRUE(result.notFound());
-        EXPECT_TRUE(alarms.alarms().empty());
-        return;
+TEST_P(DatabaseFailure, RaisesTheOperationsAlarm) {
+    const Operation& operation = GetParam();
+    if (*operation.breakWith != '\0')
+        db.admin().exec(operation.breakWith);
+    Answers answers;
+    DatabaseResult result = operation.call(service, answers);
+    EXPECT_FALSE(answers.flag);
+    EXPECT_EQ(operation.status, result.m_status) << result.getErrorMessage();
+    std::vector<std::string> expected;
+    if (operation.alarm != nullptr) {
+        std::string alarm = operation.alarm;
+        expected.push_back(alarm.back() == ' ' ? alarm + result.getErrorMessage() : alarm);
     }
-    ASSERT_TRUE(result.fatalError());
-    ASSERT_EQ(1u, alarms.alarms().size());
-    EXPECT_EQ("zuVELMProxyDBAccessFailed", alarms.alarms()[0].first);
-    EXPECT_EQ(accessor.alarmPrefix + result.getErrorMessage(), alarms.alarms()[0].second);
+    EXPECT_EQ(expected, alarms.texts("zuVELMProxyDBAccessFailed"));
+    EXPECT_EQ(expected.size(), alarms.alarms().size());
 }
 
-TEST_P(AccessorFailure, WithoutAConnectionNothingIsAskedAndNothingAlarmed) {
+INSTANTIATE_TEST_SUITE_P(EveryOperation, DatabaseFailure, testing::ValuesIn(failing()), operationName);
+
+TEST_P(WithoutConnection, NothingIsAskedAndNothingAlarmed) {
     LocationService unconnected;
-    DatabaseResult result = GetParam().call(unconnected);
+    Answers answers;
+    DatabaseResult result = GetParam().call(unconnected, answers);
     EXPECT_TRUE(result.connectionError());
     EXPECT_EQ("lookup attempted without a database connection", result.getErrorMessage());
     EXPECT_TRUE(alarms.alarms().empty());
+    EXPECT_EQ(-1, answers.number);
+    EXPECT_EQ(-1, answers.other);
+    EXPECT_EQ("kept", answers.text);
+    EXPECT_EQ(-1, answers.subscriber.sid());
 }
 
-INSTANTIATE_TEST_SUITE_P(EveryAccessor, AccessorFailure, testing::ValuesIn(ACCESSORS), accessorName);
+INSTANTIATE_TEST_SUITE_P(EveryOperation, WithoutConnection, testing::ValuesIn(OPERATIONS), operationName);
 
-TEST_F(Accessors, MissingSettingsAreNotFoundWithoutAnAlarm) {
+TEST_F(Operations, SettingsAreReadAndMissingOnesNotFoundWithoutAnAlarm) {
     velmtest::TraceCapture capture({"LocationService"});
     int qos = -7;
+    std::string nodeType = "stale", user, password;
     EXPECT_TRUE(service.getQoS(&qos).notFound());
     EXPECT_EQ(-7, qos);
     EXPECT_TRUE(capture.contains("LocationService", "getQoS failed to find QoS in DB"));
-
-    std::string nodeType = "stale";
-    EXPECT_TRUE(service.getNodeType(nodeType).notFound());
-    EXPECT_EQ("", nodeType);
-    // Settings without a node type are not found either.
-    parameter("parent", "'p'");
-    nodeType = "stale";
-    EXPECT_TRUE(service.getNodeType(nodeType).notFound());
-    EXPECT_EQ("", nodeType);
-
-    std::string user;
-    std::string password;
     EXPECT_TRUE(service.getSystemUserAndPasswordValues(user, password).notFound());
-
-    std::vector<velm::remoteFilter> filters;
-    std::string destination;
-    EXPECT_TRUE(service.getRemoteFilters(&filters, &destination).notFound());
+    EXPECT_TRUE(service.getNodeType(nodeType).notFound());
+    // Settings without a node type are not found either.
+    nodeType = "stale";
+    parameter("parent", "p");
+    EXPECT_TRUE(service.getNodeType(nodeType).notFound());
+    EXPECT_EQ("", nodeType);
     EXPECT_TRUE(alarms.alarms().empty());
-}
 
-TEST_F(Accessors, SettingsThatExistAreRead) {
-    parameter("qos", "'46'");
-    parameter("node_type", "'edge'");
-    parameter("EdgeUsername", "'edge-admin'");
-    parameter("EdgePassword", "'edge-secret'");
-    parameter("HomeUsername", "'home-admin'");
-    parameter("HomePassword", "'home-secret'");
-    int qos = 0;
+    for (const char* row : {"qos=46", "node_type=edge", "EdgeUsername=edge-admin", "EdgePassword=edge-secret",
+                            "HomeUsername=home-admin", "HomePassword=home-secret"}) {
+        std::string setting = row;
+        parameter(setting.substr(0, setting.find('=')), setting.substr(setting.find('=') + 1));
+    }
     ASSERT_TRUE(service.getQoS(&qos).okay());
     EXPECT_EQ(46, qos);
-    std::string nodeType;
     ASSERT_TRUE(service.getNodeType(nodeType).okay());
     EXPECT_EQ("edge", nodeType);
-    std::string user;
-    std::string password;
     ASSERT_TRUE(service.getSystemUserAndPasswordValues(user, password).okay());
     EXPECT_EQ("edge-admin", user);
     EXPECT_EQ("edge-secret", password);
 }
 
-TEST_F(Accessors, NullArgumentsAreBadParameters) {
+TEST_F(Operations, NullArgumentsAreBadParameters) {
     bool flag = true;
     std::vector<velm::remoteFilter> filters;
     std::string destination;
@@ -202,6 +257,8 @@ TEST_F(Accessors, NullArgumentsAreBadParameters) {
     EXPECT_TRUE(alarms.alarms().empty());
 }
 
+namespace {
+
 struct Rule {
     const char* direction;
     const char* domain;
@@ -210,16 +267,13 @@ struct Rule {
 
 struct DomainCase {
     const char* name;
-    std::vector<Rule> rules;  // in qvalue order
-    const char* domain;
+    std::vector<Rule> rules; // in qvalue order
     bool allowed;
 };
 
-void PrintTo(const DomainCase& c, std::ostream* out) {
-    *out << c.name;
-}
+class DomainAccessDecision : public velmtest::ServiceTest, public testing::WithParamInterface<DomainCase> {};
 
-class DomainAccessDecision : public Accessors, public testing::WithParamInterface<DomainCase> {};
+} // namespace
 
 TEST_P(DomainAccessDecision, DenyWinsForTheExactDomainInbound) {
     const DomainCase& c = GetParam();
@@ -228,58 +282,49 @@ TEST_P(DomainAccessDecision, DenyWinsForTheExactDomainInbound) {
                         c.rules[at].direction + "', '" + c.rules[at].domain + "', '" + c.rules[at].action + "', " +
                         std::to_string(at + 1) + ")");
     bool allowed = !c.allowed;
-    ASSERT_TRUE(service.checkInboundDomainAccess(c.domain, allowed).okay());
+    ASSERT_TRUE(service.checkInboundDomainAccess("example.org", allowed).okay());
     EXPECT_EQ(c.allowed, allowed);
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Rules, DomainAccessDecision,
-    testing::Values(DomainCase{"NoRules", {}, "example.org", true},
-                    DomainCase{"AllowThenDeny", {{"i", "example.org", "a"}, {"*", "example.org", "d"}}, "example.org", false},
-                    DomainCase{"DenyThenAllow", {{"*", "example.org", "d"}, {"i", "example.org", "a"}}, "example.org", false},
-                    DomainCase{"OutboundIgnored", {{"o", "example.org", "d"}}, "example.org", true},
-                    DomainCase{"OtherActionAllows", {{"i", "example.org", "x"}}, "example.org", true},
-                    DomainCase{"WholeNameOnly", {{"i", "sub.example.org", "d"}, {"i", "example.or", "d"}}, "example.org", true},
-                    DomainCase{"CaseCounts", {{"i", "Example.org", "d"}}, "example.org", true}),
+    testing::Values(DomainCase{"NoRules", {}, true},
+                    DomainCase{"AllowThenDeny", {{"i", "example.org", "a"}, {"*", "example.org", "d"}}, false},
+                    DomainCase{"DenyThenAllow", {{"*", "example.org", "d"}, {"i", "example.org", "a"}}, false},
+                    DomainCase{"OutboundIgnored", {{"o", "example.org", "d"}}, true},
+                    DomainCase{"OtherActionAllows", {{"i", "example.org", "x"}}, true},
+                    DomainCase{"WholeNameOnly", {{"i", "sub.example.org", "d"}, {"i", "example.or", "d"}}, true},
+                    DomainCase{"CaseCounts", {{"i", "Example.org", "d"}}, true}),
     [](const testing::TestParamInfo<DomainCase>& info) { return std::string(info.param.name); });
 
-TEST_F(Accessors, AFailedRuleReadLeavesTheAnswerAlone) {
-    db.admin().exec("ALTER TABLE domain_access RENAME TO lost");
-    bool allowed = false;
-    EXPECT_TRUE(service.checkInboundDomainAccess("example.org", allowed).queryError());
-    EXPECT_FALSE(allowed);
-}
-
-TEST_F(Accessors, EmergencyContactsAreExactIdsReadOnEveryCall) {
+TEST_F(Operations, EmergencyContactsAreExactIdsReadOnEveryCall) {
     bool emergency = true;
     ASSERT_TRUE(service.isEmergencyContact("911", emergency).okay());
     EXPECT_FALSE(emergency);
-
     db.admin().exec("INSERT INTO emergency_call_ids (address) VALUES ('911'), ('sip:112@example.org')");
-    struct Case {
-        std::string contact;
-        bool emergency;
-    };
-    for (const Case& c : {Case{"911", true}, Case{"sip:112@example.org", true}, Case{"9110", false},
-                          Case{"91", false}, Case{"SIP:112@example.org", false}, Case{"", false}}) {
-        emergency = !c.emergency;
-        ASSERT_TRUE(service.isEmergencyContact(c.contact, emergency).okay()) << c.contact;
-        EXPECT_EQ(c.emergency, emergency) << c.contact;
+    for (const auto& c : std::vector<std::pair<std::string, bool>>{{"911", true},
+                                                                    {"sip:112@example.org", true},
+                                                                    {"9110", false},
+                                                                    {"91", false},
+                                                                    {"SIP:112@example.org", false},
+                                                                    {"", false}}) {
+        emergency = !c.second;
+        ASSERT_TRUE(service.isEmergencyContact(c.first, emergency).okay()) << c.first;
+        EXPECT_EQ(c.second, emergency) << c.first;
     }
 }
 
-TEST_F(Accessors, RemoteFiltersNeedADestination) {
-    db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '3')");
+TEST_F(Operations, RemoteFiltersNeedADestination) {
+    db.admin().exec("UPDATE local_parameters SET value = '3' WHERE name = 'replica_id'");
     db.admin().exec("INSERT INTO persistent_filter (fid, trid, label) VALUES (7, 70, 'calls'), (8, 80, 'other node')");
     db.admin().exec("INSERT INTO nodes_to_filter VALUES (7, '3'), (8, '4')");
-
     // No destination configured at all: nothing to send traces to.
     std::vector<velm::remoteFilter> filters;
     std::string destination;
     EXPECT_TRUE(service.getRemoteFilters(&filters, &destination).notFound());
 
     // An empty destination: the filters come back, the status stays okay.
-    parameter("TraceLogger", "''");
+    parameter("TraceLogger", "");
     filters.clear();
     DatabaseResult result = service.getRemoteFilters(&filters, &destination);
     EXPECT_TRUE(result.okay());
@@ -298,7 +343,7 @@ TEST_F(Accessors, RemoteFiltersNeedADestination) {
     EXPECT_TRUE(alarms.alarms().empty());
 }
 
-TEST_F(Accessors, AnEmptyAggregatorIdAsksNothing) {
+TEST_F(Operations, AnEmptyAggregatorIdAsksNothing) {
     db.admin().exec("ALTER TABLE sip_event_aggregator RENAME TO lost");
     velm::SipEventAggregator aggregator;
     EXPECT_TRUE(service.getSipEventAggregator("", aggregator).okay());

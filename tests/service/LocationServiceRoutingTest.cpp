@@ -1,15 +1,14 @@
 // Where a request goes: the decision chain between the resolver module, the
-// contacts cache and the database. The resolver is the test module loaded
-// with dlopen; it answers by the request's user part (see
+// contacts cache and the database; the node's default route, its outbound
+// policy and out-of-dialog REFER. The resolver is the test module loaded with
+// dlopen; it answers by the request's user part (see
 // modules/TestResolverModule.cpp). Each case runs in a process of its own.
-#include "AlarmCapture.h"
 #include "AppProperties.h"
-#include "ContactRecord.h"
 #include "ContactsCache.h"
-#include "LocationService.h"
 #include "Provisioning.h"
+#include "Registrations.h"
+#include "ServiceFixture.h"
 #include "TestConfiguration.h"
-#include "TestServer.h"
 #include "TraceCapture.h"
 
 #include <gtest/gtest.h>
@@ -17,15 +16,16 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <memory>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using velm::AppProperties;
 using velm::ContactRecord;
 using velm::DatabaseResult;
 using velm::LocationService;
+using velmtest::addresses;
 
 namespace {
 
@@ -33,13 +33,6 @@ using Addresses = std::vector<std::string>;
 
 const Addresses MODULE_CONTACTS{"sip:first@192.0.2.1:5060", "sip:second@192.0.2.2;transport=tcp"};
 const long FAR_FUTURE = 4102444800L;
-
-Addresses addresses(const std::vector<ContactRecord>& contacts) {
-    Addresses list;
-    for (const ContactRecord& contact : contacts)
-        list.push_back(contact.address());
-    return list;
-}
 
 // The database's contacts of `user`: sip:<user>@192.0.2.1x.
 Addresses stored(const std::string& user, int count) {
@@ -49,12 +42,12 @@ Addresses stored(const std::string& user, int count) {
     return list;
 }
 
-class Routing : public testing::Test {
+class Routing : public velmtest::ServiceTest {
 protected:
     void SetUp() override {
         velmtest::resetProperties();
         AppProperties::set("LocationService", "ResolverModule", VELM_TEST_RESOLVER_MODULE);
-        ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
+        ServiceTest::SetUp();
         service.setPrimaryDomain("example.com");
     }
 
@@ -70,20 +63,6 @@ protected:
             provisioning.contact(id, list[index], index == 0 ? "0.800000" : "0.000000", FAR_FUTURE - long(index));
         return id;
     }
-
-    DatabaseResult route(const std::string& requestUri) {
-        ordering.clear();
-        redirect = false;
-        contacts.clear();
-        return service.lookupContacts(requestUri.c_str(), ordering, redirect, contacts, "alice");
-    }
-
-    velmtest::TestDatabase db;
-    velmtest::AlarmCapture alarms;
-    LocationService service;
-    std::string ordering;
-    bool redirect = false;
-    std::vector<ContactRecord> contacts;
 };
 
 long countLines(const velmtest::TraceCapture& capture, const std::string& prefix) {
@@ -94,9 +73,7 @@ long countLines(const velmtest::TraceCapture& capture, const std::string& prefix
 
 struct ChainCase {
     const char* name;
-    bool moduleFirst;
-    bool onNotFound;
-    bool onNoContacts;
+    bool moduleFirst, onNotFound, onNoContacts;
     const char* user;
     // Contacts in the database; -1: no such public address.
     int registered;
@@ -122,7 +99,7 @@ TEST_P(DecisionChain, SourcesAreAskedInOrderAndTheModuleAtMostOnce) {
         provision(1, c.user, c.registered);
     velmtest::TraceCapture capture({"LocationService"});
     const std::string requestUri = std::string("sip:") + c.user + "@example.com";
-    DatabaseResult result = route(requestUri);
+    DatabaseResult result = lookup(requestUri);
     EXPECT_EQ(c.status, result.m_status) << result.getErrorMessage();
     EXPECT_EQ(c.answer != nullptr ? *c.answer : stored(c.user, c.registered), addresses(contacts));
     EXPECT_EQ(c.moduleAsked, countLines(capture, "looking up alternate contacts for " + requestUri));
@@ -132,39 +109,35 @@ TEST_P(DecisionChain, SourcesAreAskedInOrderAndTheModuleAtMostOnce) {
               capture.contains("LocationService", "module lookup first enabled, looking up " + requestUri));
 }
 
+const DatabaseResult::status OK = DatabaseResult::OKAY;
+const DatabaseResult::status NOT_FOUND = DatabaseResult::NOTFOUND;
+
+// Module first, on not found, on no contacts; user, registered contacts;
+// status, answer; module asked, database asked.
 INSTANTIATE_TEST_SUITE_P(
     Matrix, DecisionChain,
-    testing::Values(
-        ChainCase{"ModuleFirstAnswers", true, false, false, "two", 1, DatabaseResult::OKAY, &MODULE_CONTACTS, 1, false},
-        ChainCase{"ModuleFirstEmptyIsFinal", true, true, true, "none", 1, DatabaseResult::OKAY, &NONE, 1, false},
-        ChainCase{"ModuleFirstUnknownStatusIsFinal", true, false, false, "odd", 1, DatabaseResult::OKAY, &NONE, 1,
-                  false},
-        ChainCase{"ModuleFirstFailureFallsToDatabase", true, true, true, "fail", 1, DatabaseResult::OKAY, nullptr, 1,
-                  true},
-        ChainCase{"ModuleFirstDeclinesNoSecondAsk", true, true, true, "unknown", 0, DatabaseResult::OKAY, &NONE, 1,
-                  true},
-        ChainCase{"ModuleFirstThenUnknownAddress", true, true, true, "unknown", -1, DatabaseResult::NOTFOUND, &NONE, 1,
-                  false},
-        ChainCase{"NotFoundAsksModule", false, true, false, "two", -1, DatabaseResult::OKAY, &MODULE_CONTACTS, 1,
-                  false},
-        ChainCase{"NotFoundModuleFailsKeepsNotFound", false, true, false, "fail", -1, DatabaseResult::NOTFOUND, &NONE,
-                  1, false},
-        ChainCase{"NotFoundWithoutCondition", false, false, true, "two", -1, DatabaseResult::NOTFOUND, &NONE, 0, false},
-        ChainCase{"NoContactsAsksModule", false, false, true, "two", 0, DatabaseResult::OKAY, &MODULE_CONTACTS, 1,
-                  true},
-        ChainCase{"NoContactsModuleDeclines", false, false, true, "unknown", 0, DatabaseResult::OKAY, &NONE, 1, true},
-        ChainCase{"NoContactsWithoutCondition", false, true, false, "two", 0, DatabaseResult::OKAY, &NONE, 0, true},
-        ChainCase{"ContactsFoundModuleNotAsked", false, true, true, "two", 2, DatabaseResult::OKAY, nullptr, 0, true}),
+    testing::Values(ChainCase{"ModuleFirstAnswers", true, false, false, "two", 1, OK, &MODULE_CONTACTS, 1, false},
+                    ChainCase{"ModuleFirstEmptyIsFinal", true, true, true, "none", 1, OK, &NONE, 1, false},
+                    ChainCase{"ModuleFirstUnknownStatusIsFinal", true, false, false, "odd", 1, OK, &NONE, 1, false},
+                    ChainCase{"ModuleFirstFailureFallsToDatabase", true, true, true, "fail", 1, OK, nullptr, 1, true},
+                    ChainCase{"ModuleFirstDeclinesNoSecondAsk", true, true, true, "unknown", 0, OK, &NONE, 1, true},
+                    ChainCase{"ModuleFirstThenUnknownAddress", true, true, true, "unknown", -1, NOT_FOUND, &NONE, 1,
+                              false},
+                    ChainCase{"NotFoundAsksModule", false, true, false, "two", -1, OK, &MODULE_CONTACTS, 1, false},
+                    ChainCase{"NotFoundModuleFailsKeepsNotFound", false, true, false, "fail", -1, NOT_FOUND, &NONE, 1,
+                              false},
+                    ChainCase{"NotFoundWithoutCondition", false, false, true, "two", -1, NOT_FOUND, &NONE, 0, false},
+                    ChainCase{"NoContactsAsksModule", false, false, true, "two", 0, OK, &MODULE_CONTACTS, 1, true},
+                    ChainCase{"NoContactsModuleDeclines", false, false, true, "unknown", 0, OK, &NONE, 1, true},
+                    ChainCase{"NoContactsWithoutCondition", false, true, false, "two", 0, OK, &NONE, 0, true},
+                    ChainCase{"ContactsFoundModuleNotAsked", false, true, true, "two", 2, OK, nullptr, 0, true}),
     [](const testing::TestParamInfo<ChainCase>& info) { return std::string(info.param.name); });
 
 TEST_F(Routing, ModuleAnswersAsItsStatusSays) {
     const std::pair<const char*, DatabaseResult::status> cases[] = {
-        {"sip:two@example.com", DatabaseResult::OKAY},
-        {"sip:none@example.com", DatabaseResult::OKAY},
-        {"sip:odd@example.com", DatabaseResult::OKAY},
-        {"sip:unknown@example.com", DatabaseResult::NOTFOUND},
-        {"sip:other@example.com", DatabaseResult::NOTFOUND},
-        {"sip:fail@example.com", DatabaseResult::CONNECTION_ERROR}};
+        {"sip:two@example.com", OK},           {"sip:none@example.com", OK},
+        {"sip:odd@example.com", OK},           {"sip:unknown@example.com", NOT_FOUND},
+        {"sip:other@example.com", NOT_FOUND}, {"sip:fail@example.com", DatabaseResult::CONNECTION_ERROR}};
     for (const auto& c : cases) {
         std::vector<ContactRecord> list(1);
         list[0].setAddress("sip:kept@192.0.2.9");
@@ -201,7 +174,7 @@ TEST_P(ContactsCacheChoice, OnlyExactTrueUsesTheCache) {
     cachedContact.setAddress("sip:carol@cache.example.com");
     if (c.cached != nullptr)
         LocalContactsCache::shared().store("PROXY", key, {cachedContact}, c.cached, false);
-    DatabaseResult result = route("sip:carol@example.com");
+    DatabaseResult result = lookup("sip:carol@example.com");
     EXPECT_EQ(c.status, result.m_status) << result.getErrorMessage();
     if (!result.okay()) {
         EXPECT_TRUE(contacts.empty());
@@ -216,17 +189,17 @@ TEST_P(ContactsCacheChoice, OnlyExactTrueUsesTheCache) {
 
 INSTANTIATE_TEST_SUITE_P(
     Settings, ContactsCacheChoice,
-    testing::Values(CacheCase{"CachedEntry", "true", "sequential", DatabaseResult::OKAY, true, "sequential"},
-                    CacheCase{"CapitalTrueIsOff", "True", "sequential", DatabaseResult::OKAY, false, "sequential"},
+    testing::Values(CacheCase{"CachedEntry", "true", "sequential", OK, true, "sequential"},
+                    CacheCase{"CapitalTrueIsOff", "True", "sequential", OK, false, "sequential"},
                     CacheCase{"MissIsAnError", "true", nullptr, DatabaseResult::QUERY_ERROR, false, ""},
                     // The database rotates a cycle and reports it sequential.
-                    CacheCase{"CycleIsReadAgain", "true", "cycle", DatabaseResult::OKAY, false, "sequential"}),
+                    CacheCase{"CycleIsReadAgain", "true", "cycle", OK, false, "sequential"}),
     [](const testing::TestParamInfo<CacheCase>& info) { return std::string(info.param.name); });
 
 TEST_F(Routing, RequestUriIsCheckedAndLowerCased) {
     provision(1, "alice", 1);
     velmtest::TraceCapture capture({"LocationService", "performance"});
-    ASSERT_TRUE(route("sip:Alice@EXAMPLE.com;transport=tcp").okay());
+    ASSERT_TRUE(lookup("sip:Alice@EXAMPLE.com;transport=tcp").okay());
     EXPECT_EQ(stored("alice", 1), addresses(contacts));
     EXPECT_TRUE(capture.contains("LocationService", "--- SUCCESS ---: lookupContacts(alice, example.com, ...)"));
     auto timing = capture.lines("performance");
@@ -234,14 +207,14 @@ TEST_F(Routing, RequestUriIsCheckedAndLowerCased) {
     EXPECT_EQ(0u, timing[0].find("lookupContacts (sip:Alice@EXAMPLE.com;transport=tcp) time: "));
 
     for (const char* bad : {"", "alice@example.com", "sip:", "http://example.com/alice"}) {
-        DatabaseResult result = route(bad);
+        DatabaseResult result = lookup(bad);
         EXPECT_TRUE(result.queryError()) << bad;
         EXPECT_EQ("lookupContacts: invalid request uri", result.getErrorMessage());
     }
     DatabaseResult result = service.lookupContacts(nullptr, ordering, redirect, contacts, nullptr);
     EXPECT_TRUE(result.queryError());
-    EXPECT_TRUE(route("sip:example.com").badParameter());
-    EXPECT_TRUE(route("sip:bob@example.com").notFound());
+    EXPECT_TRUE(lookup("sip:example.com").badParameter());
+    EXPECT_TRUE(lookup("sip:bob@example.com").notFound());
     EXPECT_TRUE(capture.contains("LocationService",
                                  "--- VISITING USER or NOT FOUND ---: lookupContacts(bob, example.com, ...)"));
     // Only requests that reached the chain are timed.
@@ -252,92 +225,132 @@ TEST_F(Routing, VisitingUserIsNotRoutedHere) {
     provision(1, "dave", 1);
     db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '1')");
     db.admin().exec("INSERT INTO velm_users VALUES (1, 2)");
-    DatabaseResult result = route("sip:dave@example.com");
+    DatabaseResult result = lookup("sip:dave@example.com");
     EXPECT_TRUE(result.notFound());
     EXPECT_TRUE(contacts.empty());
     db.admin().exec("UPDATE velm_users SET node_id = 1");
-    EXPECT_TRUE(route("sip:dave@example.com").okay());
+    EXPECT_TRUE(lookup("sip:dave@example.com").okay());
     EXPECT_EQ(stored("dave", 1), addresses(contacts));
 }
 
 TEST_F(Routing, KeyLookups) {
     int key = provision(1, "erin", 2, "cycle");
     velmtest::Provisioning(db.admin()).publicAddress(2, "erin.alias", "example.com", 1, false);
-    std::vector<ContactRecord> list;
-    std::string order;
-    bool replace = false;
-    ASSERT_TRUE(service.lookupContacts(key, order, replace, list).okay());
-    EXPECT_EQ(2u, list.size());
-    EXPECT_EQ("sequential", order);
+    ASSERT_TRUE(service.lookupContacts(key, ordering, redirect, contacts).okay());
+    EXPECT_EQ(2u, contacts.size());
+    EXPECT_EQ("sequential", ordering);
 
-    list.clear();
+    contacts.clear();
     int primaryId = -1;
-    ASSERT_TRUE(service.lookupContactsNoCache(2, order, replace, list, primaryId).okay());
+    ASSERT_TRUE(service.lookupContactsNoCache(2, ordering, redirect, contacts, primaryId).okay());
     EXPECT_EQ(key, primaryId);
-    EXPECT_EQ("cycle", order);
-    EXPECT_EQ(stored("erin", 2), addresses(list));
+    EXPECT_EQ("cycle", ordering);
+    EXPECT_EQ(stored("erin", 2), addresses(contacts));
 
     velmtest::TraceCapture capture({});
     primaryId = -1;
-    list.clear();
-    EXPECT_TRUE(service.lookupContactsNoCache(999, order, replace, list, primaryId).okay());
+    contacts.clear();
+    EXPECT_TRUE(service.lookupContactsNoCache(999, ordering, redirect, contacts, primaryId).okay());
     EXPECT_EQ(-1, primaryId);
     EXPECT_TRUE(capture.contains("LocationService", "No primary key was found in lookupContactsNoCache for key 999"));
 }
 
-TEST(RoutingUnconnected, EveryLookupNeedsTheConnection) {
-    LocationService service;
-    std::string text;
-    bool flag = false;
-    std::vector<ContactRecord> contacts;
-    int primaryId = 0;
-    EXPECT_TRUE(service.lookupContacts("alice", "example.com", "sip:alice@example.com", text, flag, contacts)
-                    .connectionError());
-    EXPECT_TRUE(service.lookupContacts(1, text, flag, contacts).connectionError());
-    EXPECT_TRUE(service.lookupContactsNoCache(1, text, flag, contacts, primaryId).connectionError());
-    EXPECT_TRUE(service.getDefaultRoute(text, flag, contacts).connectionError());
-    EXPECT_TRUE(service.getOutboundRoute("sip:bob@example.com", false, text, flag).connectionError());
+namespace {
+
+struct OutboundCase {
+    const char* name;
+    bool internal;
+    const char *allowInternal, *allowExternal, *proxy, *direct, *uri;
+    bool allowed;
+    // What `proxy` holds afterwards; it starts as "unchanged".
+    const char* proxyAfter;
+};
+
+class OutboundRoute : public Routing, public testing::WithParamInterface<OutboundCase> {};
+
+} // namespace
+
+TEST_P(OutboundRoute, PolicyOfTheNodeDecides) {
+    const OutboundCase& c = GetParam();
+    parameter("outbound_allowed_internal", c.allowInternal);
+    parameter("outbound_allowed_external", c.allowExternal);
+    if (c.proxy != nullptr)
+        parameter("outbound_proxy", c.proxy);
+    if (c.direct != nullptr)
+        parameter("outbound_direct", c.direct);
+    std::string proxy = "unchanged";
+    bool allowed = !c.allowed;
+    DatabaseResult result = service.getOutboundRoute(c.uri, c.internal, proxy, allowed);
+    ASSERT_TRUE(result.okay()) << result.getErrorMessage();
+    EXPECT_EQ(c.allowed, allowed);
+    EXPECT_EQ(c.proxyAfter, proxy);
 }
 
-TEST_F(Routing, ThreadsRouteWhileThePrimaryDomainChanges) {
-    provision(1, "frank", 2);
-    db.admin().exec("INSERT INTO acp (acp_id, name) VALUES (1, 'bridges')");
-    db.admin().exec("INSERT INTO extension (extension, acp_id, ext_type) VALUES ('7001', 1, 'c')");
-    std::atomic<bool> routing{true};
-    std::atomic<int> failures{0};
-    std::atomic<int> conferences{0};
-    std::thread changer([&] {
-        for (int round = 0; routing; ++round) {
-            LocationService().setPrimaryDomain(round % 2 == 0 ? "example.org" : "example.com");
-            std::this_thread::sleep_for(std::chrono::microseconds(200));
-        }
-    });
-    std::vector<std::thread> routers;
-    for (int thread = 0; thread < 8; ++thread)
-        routers.emplace_back([&] {
-            LocationService mine;
-            if (!mine.connect(db.name().c_str(), "velm", "").okay()) {
-                ++failures;
-                return;
-            }
-            for (int request = 0; request < 25; ++request) {
-                std::string order;
-                bool replace = false;
-                std::vector<ContactRecord> found;
-                DatabaseResult result = mine.lookupContacts("sip:frank@example.com", order, replace, found, nullptr);
-                if (!result.okay() || addresses(found) != stored("frank", 2))
-                    ++failures;
-                found.clear();
-                // The server's own URI follows the domain of the moment.
-                if (mine.lookupContacts("sip:confsvr@example.org", order, replace, found, nullptr).okay() &&
-                    order == "redirect")
-                    ++conferences;
-            }
-        });
-    for (std::thread& router : routers)
-        router.join();
-    routing = false;
-    changer.join();
-    EXPECT_EQ(0, failures);
-    EXPECT_LE(conferences, 1) << "one bridge can be reserved once";
+INSTANTIATE_TEST_SUITE_P(
+    Policies, OutboundRoute,
+    testing::Values(OutboundCase{"ExternalSwitchedOff", false, "t", "f", "proxy.example.net", nullptr,
+                                 "sip:bob@far.example.org", false, "unchanged"},
+                    OutboundCase{"InternalAlwaysAllowed", true, "f", "f", nullptr, nullptr, "sip:bob@near.example.org",
+                                 true, ""},
+                    OutboundCase{"InternalThroughProxy", true, "t", "f", "proxy.example.net", "",
+                                 "sip:bob@near.example.org", true, "proxy.example.net"},
+                    OutboundCase{"SecondBypassHostGoesDirect", false, "t", "t", "proxy.example.net",
+                                 "a.example.com, b.example.com", "sip:bob@b.example.com:5070", true, ""},
+                    OutboundCase{"BypassSeparators", true, "t", "t", "proxy.example.net",
+                                 "a.example.com;c.example.com:d", "sip:bob@c.example.com", true, ""},
+                    OutboundCase{"BypassIsCaseSensitive", false, "t", "t", "proxy.example.net",
+                                 "a.example.com, b.example.com", "sip:bob@B.example.com", true, "proxy.example.net"},
+                    OutboundCase{"HostNotInBypassList", false, "t", "t", "proxy.example.net", "a.example.com",
+                                 "sip:bob@example.com", true, "proxy.example.net"}),
+    [](const testing::TestParamInfo<OutboundCase>& info) { return std::string(info.param.name); });
+
+TEST_F(Routing, OutboundRouteRejectsBadInput) {
+    parameter("outbound_allowed_external", "t");
+    std::string proxy = "unchanged";
+    bool allowed = false;
+    DatabaseResult result = service.getOutboundRoute(nullptr, false, proxy, allowed);
+    EXPECT_TRUE(result.badParameter());
+    EXPECT_EQ("getOutboundRoute: null outbound uri", result.getErrorMessage());
+    result = service.getOutboundRoute("mailto:bob@example.com", false, proxy, allowed);
+    EXPECT_TRUE(result.badParameter());
+    const std::string invalid = "getOutboundRoute: invalid outbound uri: ";
+    EXPECT_EQ(0u, result.getErrorMessage().find(invalid)) << result.getErrorMessage();
+    EXPECT_GT(result.getErrorMessage().size(), invalid.size());
+    EXPECT_EQ("unchanged", proxy);
+    EXPECT_FALSE(allowed);
+}
+
+TEST_F(Routing, DefaultRouteIsTheParentContactSet) {
+    velmtest::TraceCapture capture({"LocationService"});
+    EXPECT_TRUE(service.getDefaultRoute(ordering, redirect, contacts).notFound());
+    EXPECT_TRUE(capture.contains("LocationService", "getHostInfo failed"));
+    // No parent contact set: no contacts.
+    parameter("parent_contact", "");
+    EXPECT_TRUE(service.getDefaultRoute(ordering, redirect, contacts).okay());
+    EXPECT_TRUE(contacts.empty());
+    EXPECT_TRUE(capture.contains("LocationService", "fetching contacts for csid="));
+
+    velmtest::Provisioning provisioning(db.admin());
+    provisioning.subscriber(1);
+    provisioning.contactSet(40, 1, "sequential", false);
+    provisioning.permanentContact(40, "sip:upstream@192.0.2.40");
+    db.admin().exec("UPDATE system_parameters SET value = '40' WHERE name = 'parent_contact'");
+    redirect = true;
+    ASSERT_TRUE(service.getDefaultRoute(ordering, redirect, contacts).okay());
+    EXPECT_EQ("sequential", ordering);
+    EXPECT_FALSE(redirect);
+    EXPECT_EQ(Addresses{"sip:upstream@192.0.2.40"}, addresses(contacts));
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+TEST(OutOfDialogRefer, AllowedUnlessSwitchedOffExplicitly) {
+    const std::pair<const char*, bool> cases[] = {{nullptr, true},  {"", true},   {"false", false},
+                                                  {"FALSE", false}, {"no", true}, {"true", true}};
+    LocationService service;
+    for (const auto& c : cases) {
+        velmtest::resetProperties();
+        if (c.first != nullptr)
+            AppProperties::set("Proxy", "EnableOODReferRouting", c.first);
+        EXPECT_EQ(c.second, service.isOODReferAllowed()) << (c.first != nullptr ? c.first : "(absent)");
+    }
 }

@@ -1,31 +1,54 @@
+// The facade itself: how configuration sets it up, its connection, the
+// primary domain and trusted hosts shared by all instances, and the pool
+// that gives each thread its own instance.
 #include "AlarmCapture.h"
 #include "AppProperties.h"
+#include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
+#include "LocationServicePool.h"
+#include "QueryResultPtr.h"
 #include "SigPipeHandler.h"
 #include "TestConfiguration.h"
 #include "TestServer.h"
 #include "TraceCapture.h"
+#include "TrustedHostRecord.h"
 
 #include <gtest/gtest.h>
+
+#include <pthread.h>
 
 #include <atomic>
 #include <chrono>
 #include <csignal>
+#include <cstdio>
+#include <cstdlib>
 #include <memory>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
 
 using velm::AppProperties;
 using velm::LocationService;
+using velm::LocationServicePool;
+using velm::TrustedHostRecord;
 
 namespace {
 
-std::unique_ptr<LocationService> configured(const char* section, const char* key, const char* value) {
-    velmtest::resetProperties();
-    if (value != nullptr)
-        AppProperties::set(section, key, value);
-    return std::unique_ptr<LocationService>(LocationService::getConnection());
+// The live sessions of `db` but the caller's, once at most `count` remain
+// (the server notices an ended session a moment later).
+std::set<int> liveBackends(velmtest::TestDatabase& db, size_t count) {
+    std::set<int> pids;
+    for (int attempt = 0; attempt < 500; ++attempt) {
+        pids.clear();
+        for (const auto& row : db.admin().query("SELECT pid FROM pg_stat_activity WHERE datname = '" + db.name() +
+                                                "' AND pid <> pg_backend_pid()"))
+            pids.insert(std::atoi(row[0].c_str()));
+        if (pids.size() <= count)
+            break;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return pids;
 }
 
 struct FlagCase {
@@ -38,14 +61,19 @@ struct FlagCase {
     bool notFound;
 };
 
-} // namespace
-
 class LocationServiceConfiguration : public testing::TestWithParam<FlagCase> {};
+
+} // namespace
 
 TEST_P(LocationServiceConfiguration, SetsTheFlagsTheValueAsksFor) {
     const FlagCase& c = GetParam();
-    auto service = configured(c.section, c.key, c.value);
+    velmtest::resetProperties();
+    if (c.value != nullptr)
+        AppProperties::set(c.section, c.key, c.value);
+    std::unique_ptr<LocationService> service(LocationService::getConnection());
     ASSERT_NE(nullptr, service);
+    // Without a database configured nothing is connected.
+    EXPECT_EQ(nullptr, service->m_exec);
     EXPECT_EQ(c.autoCommit, service->m_useAutoCommit);
     EXPECT_EQ(c.moduleFirst, service->m_moduleFirst);
     EXPECT_EQ(c.noContacts, service->m_alternateOnNoContacts);
@@ -65,71 +93,25 @@ INSTANTIATE_TEST_SUITE_P(
                     FlagCase{"LocationService", "ModuleCondition", "nocontacts,other", false, false, true, false},
                     FlagCase{"LocationService", "ModuleCondition", " notfound : ", false, false, false, true}),
     [](const testing::TestParamInfo<FlagCase>& info) {
-        std::string name = std::string(info.param.key) + "_" + std::to_string(info.index);
-        return name;
+        return std::string(info.param.key) + "_" + std::to_string(info.index);
     });
 
-TEST(LocationService, WithoutDatabaseUserOperationsReportTheMissingConnection) {
-    velmtest::resetProperties();
-    velmtest::AlarmCapture alarms;
-    velmtest::TraceCapture capture({"LocationService"});
-    std::unique_ptr<LocationService> service(LocationService::getConnection());
-    ASSERT_NE(nullptr, service);
-    EXPECT_EQ(nullptr, service->m_exec);
-
-    velm::DatabaseResult result = service->executeCmd("SELECT 1");
-    EXPECT_TRUE(result.connectionError());
-    EXPECT_EQ("lookup attempted without a database connection", result.getErrorMessage());
-    EXPECT_TRUE(capture.lines("LocationService").empty());
-    EXPECT_TRUE(alarms.alarms().empty());
-}
-
-TEST(LocationService, ExecuteCmdRunsTheStatementAndAlarmsWhenTheServerRejectsIt) {
-    velmtest::TestDatabase db;
-    velmtest::AlarmCapture alarms;
-    velmtest::TraceCapture capture({"LocationService"});
-    LocationService service;
-    ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
-    EXPECT_TRUE(capture.contains("LocationService", "establishing database connection to " + db.name() + " as velm"));
-    EXPECT_TRUE(capture.contains("LocationService", "connect okay"));
-
-    EXPECT_TRUE(service.executeCmd("CREATE TABLE scratch (n int)").okay());
-    EXPECT_TRUE(capture.contains("LocationService", "ExecuteCmd: CREATE TABLE scratch (n int)\n"));
-    EXPECT_EQ("0", db.admin().value("SELECT count(*) FROM scratch"));
-    EXPECT_TRUE(alarms.alarms().empty());
-
-    velm::DatabaseResult result = service.executeCmd("SELECT nothing FROM nowhere");
-    ASSERT_TRUE(result.queryError());
-    ASSERT_EQ(1u, alarms.alarms().size());
-    EXPECT_EQ("zuVELMProxyDBAccessFailed", alarms.alarms()[0].first);
-    EXPECT_EQ("database failure - executeCmd. " + result.getErrorMessage(), alarms.alarms()[0].second);
-}
-
-TEST(LocationService, ConnectAgainReplacesTheConnection) {
+TEST(LocationService, ConnectRunsCommandsAndConnectAgainReplacesTheConnection) {
     velmtest::TestDatabase first;
     velmtest::TestDatabase second;
+    velmtest::AlarmCapture alarms;
+    velmtest::TraceCapture capture({"LocationService"});
     LocationService service;
     ASSERT_TRUE(service.connect(first.name().c_str(), "velm", "").okay());
+    EXPECT_TRUE(capture.contains("LocationService", "establishing database connection to " + first.name() + " as velm"));
+    EXPECT_TRUE(capture.contains("LocationService", "connect okay"));
     ASSERT_TRUE(service.connect(second.name().c_str(), "velm", "").okay());
-    ASSERT_TRUE(service.executeCmd("CREATE TABLE marker (n int)").okay());
-    EXPECT_EQ("1", second.admin().value("SELECT count(*) FROM pg_tables WHERE tablename = 'marker'"));
-    // The first session ends; the server notices a moment later.
-    std::string sessions;
-    for (int attempt = 0; attempt < 500 && sessions != "0"; ++attempt) {
-        if (attempt > 0)
-            std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        sessions = first.admin().value("SELECT count(*) FROM pg_stat_activity WHERE datname = '" + first.name() +
-                                       "' AND pid <> pg_backend_pid()");
-    }
-    EXPECT_EQ("0", sessions);
-}
-
-TEST(LocationService, PrimaryDomainIsSharedByAllInstances) {
-    LocationService one;
-    LocationService two;
-    one.setPrimaryDomain("example.com");
-    EXPECT_EQ("example.com", two.getPrimaryDomain());
-    EXPECT_TRUE(LocationService::m_bPrefixMapInitialized);
+    EXPECT_TRUE(service.executeCmd("CREATE TABLE scratch (n int)").okay());
+    EXPECT_TRUE(capture.contains("LocationService", "ExecuteCmd: CREATE TABLE scratch (n int)\n"));
+    EXPECT_EQ("0", second.admin().value("SELECT count(*) FROM scratch"));
+    EXPECT_TRUE(alarms.alarms().empty());
+    // The first session ends.
+    EXPECT_TRUE(liveBackends(first, 0).empty());
 }
 
 TEST(LocationServiceConcurrency, PrimaryDomainIsReadWholeWhileOtherThreadsChangeIt) {
@@ -139,6 +121,7 @@ TEST(LocationServiceConcurrency, PrimaryDomainIsReadWholeWhileOtherThreadsChange
     std::atomic<bool> stop{false};
     std::atomic<int> torn{0};
     std::vector<std::thread> threads;
+    // Other instances write and read the one domain of the process.
     for (int writer = 0; writer < 2; ++writer)
         threads.emplace_back([&, writer] {
             LocationService service;
@@ -166,4 +149,242 @@ TEST(LocationService, SigPipeHandlerWritesItsLineAndReturns) {
     testing::internal::CaptureStdout();
     sigPipeHandler(SIGPIPE);
     EXPECT_EQ("SIGPIPE occured for soap request\n", testing::internal::GetCapturedStdout());
+}
+
+namespace {
+
+// Points new instances at the test's database.
+void configureDatabase(const std::string& name) {
+    velmtest::server();
+    AppProperties::set("Database", "ProxyDatabaseUser", "velm");
+    AppProperties::set("Services", "velm.sip.db", name.c_str());
+}
+
+int backendPid(LocationService& service) {
+    velm::QueryResultPtr rows;
+    EXPECT_TRUE(service.m_exec->execute("SELECT pg_backend_pid()", rows).okay());
+    return std::atoi(rows.getValue(0, 0));
+}
+
+} // namespace
+
+TEST(LocationServicePool, EachThreadGetsItsOwnConnectedInstance) {
+    velmtest::TestDatabase db;
+    configureDatabase(db.name());
+    LocationServicePool pool("workers");
+    velmtest::TraceCapture capture({"LocationService"});
+    LocationService* mine = pool.getConnection();
+    ASSERT_NE(nullptr, mine);
+    char id[32];
+    std::snprintf(id, sizeof id, "%xl", static_cast<unsigned>(pthread_self()));
+    const std::string creating = std::string("LocationServicePool::getConnection() creating new connection: threadid=") + id;
+    EXPECT_TRUE(capture.contains("LocationService", creating + "\n"));
+    EXPECT_TRUE(capture.contains("LocationService", creating + ", Total conn: 1\n"));
+    LocationService* theirs = nullptr;
+    std::thread([&] { theirs = pool.getConnection(); }).join();
+    ASSERT_NE(nullptr, theirs);
+    EXPECT_NE(mine, theirs);
+    EXPECT_TRUE(pthread_equal(pthread_self(), mine->m_threadId));
+    EXPECT_NE(backendPid(*mine), backendPid(*theirs));
+
+    velmtest::TraceCapture again({"LocationService"});
+    EXPECT_EQ(mine, pool.getConnection());
+    // A known thread only hears that its instance is reused.
+    EXPECT_EQ(std::vector<std::string>{"pool workers: using existing connection"}, again.lines("LocationService"));
+    // Releasing ends the sessions of every thread's instance.
+    pool.releaseConnections();
+    EXPECT_TRUE(liveBackends(db, 0).empty());
+}
+
+TEST(LocationServicePool, ReleasingAnEmptyPoolOnlySaysSo) {
+    LocationServicePool pool;
+    velmtest::TraceCapture capture({"LocationService"});
+    pool.releaseConnections();
+    EXPECT_EQ(std::vector<std::string>{"releasing 0 database connections from pool "},
+              capture.lines("LocationService"));
+}
+
+TEST(LocationServicePool, SingletonLivesFromInstanceToDestroy) {
+    LocationServicePool* pool = LocationServicePool::Instance();
+    ASSERT_NE(nullptr, pool);
+    EXPECT_EQ(pool, LocationServicePool::Instance());
+    pool->setHomeNode_id(7);
+    EXPECT_EQ(7, LocationServicePool::Instance()->getHomeNode_id());
+    LocationServicePool::destroy();
+    LocationServicePool::destroy();
+    EXPECT_EQ(0, LocationServicePool::Instance()->getHomeNode_id());
+    LocationServicePool::destroy();
+}
+
+TEST(LocationServicePool, FailedConnectAlarmsAndTheInstanceStaysPooled) {
+    configureDatabase("no_such_database");
+    velmtest::AlarmCapture alarms;
+    velmtest::TraceCapture capture({"LocationService"});
+    LocationServicePool pool("failing");
+    LocationService* service = pool.getConnection();
+    ASSERT_NE(nullptr, service);
+    EXPECT_EQ(std::vector<std::string>{"database failure - connect"}, alarms.texts("zuVELMProxyDBAccessFailed"));
+    bool traced = false;
+    for (const auto& line : capture.lines("LocationService"))
+        traced = traced || (line.rfind("connect failed: ", 0) == 0 && line.find("no_such_database") != std::string::npos);
+    EXPECT_TRUE(traced);
+
+    EXPECT_EQ(service, pool.getConnection());
+    velm::DatabaseResult result = service->executeCmd("SELECT 1");
+    EXPECT_TRUE(result.connectionError());
+    EXPECT_EQ((std::vector<std::string>{"database failure - connect", "database failure - executeCmd. " +
+                                                                          result.getErrorMessage()}),
+              alarms.texts("zuVELMProxyDBAccessFailed"));
+    pool.releaseConnections();
+}
+
+namespace {
+
+const char* const BLOCKING = "getTrustedHosts: trusted hosts not set, blocking..";
+
+TrustedHostRecord host(const std::string& name, bool performOrigProc) {
+    TrustedHostRecord record;
+    record.setName(name);
+    record.setPerformOrigProc(performOrigProc);
+    return record;
+}
+
+size_t linesOf(const velmtest::TraceCapture& capture, const std::string& text) {
+    size_t count = 0;
+    for (const std::string& line : capture.lines("velm"))
+        count += line == text;
+    return count;
+}
+
+// Waits (boundedly) until `count` readers have written that they block.
+bool readersBlocked(const velmtest::TraceCapture& capture, size_t count) {
+    for (int attempt = 0; attempt < 3000; ++attempt) {
+        if (linesOf(capture, BLOCKING) >= count)
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(10));
+    }
+    return false;
+}
+
+struct Reader {
+    LocationService service;
+    const char* host;
+    std::atomic<int> answer{-1};
+};
+
+void* readTrusted(void* argument) {
+    Reader* reader = static_cast<Reader*>(argument);
+    reader->answer = reader->service.isTrustedHost(reader->host, "") ? 1 : 0;
+    return nullptr;
+}
+
+} // namespace
+
+struct LookupCase {
+    const char *name, *host, *hostName;
+    // The record found; "untouched": none.
+    const char* foundName;
+    bool performOrigProc;
+};
+
+class TrustedHostLookup : public testing::TestWithParam<LookupCase> {};
+
+TEST_P(TrustedHostLookup, TheHostNameWinsThenTheHost) {
+    const LookupCase& c = GetParam();
+    LocationService service;
+    // Of two records with one name, the first counts.
+    service.setTrustedHosts({host("10.0.0.1", false), host("proxy.example.com", true), host("10.0.0.1", true)});
+    TrustedHostRecord record = host("untouched", false);
+    const bool found = std::string(c.foundName) != "untouched";
+    EXPECT_EQ(found, service.getTrustedHost(c.host, c.hostName, record));
+    EXPECT_EQ(c.foundName, record.getName());
+    EXPECT_EQ(c.performOrigProc, record.getPerformOrigProc());
+    EXPECT_EQ(found, service.isTrustedHost(c.host, c.hostName));
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Cases, TrustedHostLookup,
+    testing::Values(LookupCase{"ByHost", "10.0.0.1", "", "10.0.0.1", false},
+                    LookupCase{"NameBeforeHost", "10.0.0.1", "proxy.example.com", "proxy.example.com", true},
+                    LookupCase{"HostWhenNameUnknown", "10.0.0.1", "other.example.com", "10.0.0.1", false},
+                    LookupCase{"NameAlone", "192.0.2.1", "proxy.example.com", "proxy.example.com", true},
+                    LookupCase{"Neither", "192.0.2.1", "other.example.com", "untouched", false},
+                    LookupCase{"ExactCase", "10.0.0.1x", "PROXY.example.com", "untouched", false},
+                    LookupCase{"NullHost", nullptr, "proxy.example.com", "untouched", false},
+                    LookupCase{"NullName", "10.0.0.1", nullptr, "untouched", false}),
+    [](const testing::TestParamInfo<LookupCase>& info) { return std::string(info.param.name); });
+
+TEST(TrustedHosts, TheServerReadsTheTableAndSetsTheListForEveryInstance) {
+    velmtest::TestDatabase db;
+    db.admin().exec("INSERT INTO trusted_host (name, perform_orig_proc) VALUES ('gw.example.com', true), "
+                    "('10.1.1.1', NULL)");
+    velmtest::TraceCapture capture({"velm"});
+    LocationService server;
+    ASSERT_TRUE(server.connect(db.name().c_str(), "velm", "pw").okay());
+    std::vector<TrustedHostRecord> hosts;
+    ASSERT_TRUE(server.queryTrustedHosts(hosts).okay());
+    ASSERT_EQ(2u, hosts.size());
+    EXPECT_TRUE(capture.contains("velm", "QueryTrustedHost called\n"));
+    server.setTrustedHosts(hosts);
+    EXPECT_TRUE(capture.contains("velm", "setTrustedHosts: trusted host init done"));
+
+    LocationService worker;
+    TrustedHostRecord record;
+    ASSERT_TRUE(worker.getTrustedHost("192.0.2.1", "gw.example.com", record));
+    EXPECT_TRUE(record.getPerformOrigProc());
+    EXPECT_TRUE(worker.isTrustedHost("10.1.1.1", ""));
+
+    // Reading the table again does not touch the list the process uses.
+    db.admin().exec("DELETE FROM trusted_host");
+    hosts.clear();
+    ASSERT_TRUE(server.queryTrustedHosts(hosts).okay());
+    EXPECT_TRUE(hosts.empty());
+    EXPECT_TRUE(worker.isTrustedHost("10.1.1.1", ""));
+}
+
+TEST(TrustedHostsConcurrency, ReadersWaitForTheFirstSetAndLaterSetsReplaceTheList) {
+    velmtest::TraceCapture capture({"velm"});
+    Reader readers[3];
+    const char* names[] = {"10.0.0.1", "10.0.0.2", "10.0.0.3"};
+    pthread_t threads[3];
+    for (int at = 0; at < 3; ++at) {
+        readers[at].host = names[at];
+        ASSERT_EQ(0, pthread_create(&threads[at], nullptr, readTrusted, &readers[at]));
+    }
+    ASSERT_TRUE(readersBlocked(capture, 3));
+    for (const Reader& reader : readers)
+        EXPECT_EQ(-1, reader.answer);
+
+    LocationService server;
+    server.setTrustedHosts({host("10.0.0.1", false), host("10.0.0.3", false)});
+    for (pthread_t thread : threads)
+        ASSERT_EQ(0, pthread_join(thread, nullptr));
+    EXPECT_EQ(1, readers[0].answer);
+    EXPECT_EQ(0, readers[1].answer);
+    EXPECT_EQ(1, readers[2].answer);
+
+    // An empty list is a list: nobody waits any more, nobody is trusted.
+    server.setTrustedHosts({});
+    EXPECT_FALSE(server.isTrustedHost("10.0.0.1", ""));
+    EXPECT_EQ(1u, linesOf(capture, "setTrustedHosts: trusted host init done"));
+}
+
+TEST(TrustedHostsConcurrency, ACancelledReaderLeavesTheListUnlocked) {
+    velmtest::TraceCapture capture({"velm"});
+    Reader reader;
+    reader.host = "10.0.0.1";
+    pthread_t thread;
+    ASSERT_EQ(0, pthread_create(&thread, nullptr, readTrusted, &reader));
+    ASSERT_TRUE(readersBlocked(capture, 1));
+    ASSERT_EQ(0, pthread_cancel(thread));
+    void* exit = nullptr;
+    ASSERT_EQ(0, pthread_join(thread, &exit));
+    EXPECT_EQ(PTHREAD_CANCELED, exit);
+    EXPECT_EQ(-1, reader.answer);
+
+    ASSERT_TRUE(LocationService::m_mutex.tryLock());
+    LocationService::m_mutex.unlock();
+    LocationService server;
+    server.setTrustedHosts({host("10.0.0.1", false)});
+    EXPECT_TRUE(server.isTrustedHost("10.0.0.1", ""));
 }

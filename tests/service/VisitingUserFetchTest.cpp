@@ -1,22 +1,20 @@
-// Learning visitors from the administration service of their home node:
-// against a gSOAP service and against raw peers that misbehave.
-#include "AlarmCapture.h"
-#include "LocationService.h"
+// Visiting users: learning them from the administration service of their
+// home node (against a gSOAP service and raw peers that misbehave), and the
+// service's operations on the recorded visitors.
 #include "ProfileService.h"
 #include "Provisioning.h"
 #include "RawPeer.h"
+#include "ServiceFixture.h"
 #include "SubscriberRecord.h"
-#include "TestServer.h"
 #include "TraceCapture.h"
 
 #include <gtest/gtest.h>
 
-#include <ostream>
+#include <ctime>
 #include <string>
 #include <thread>
 
 using velm::DatabaseResult;
-using velm::LocationService;
 using velm::SubscriberRecord;
 using velmtest::ProfileService;
 using velmtest::RawPeer;
@@ -27,15 +25,11 @@ const int VISITOR = 42;
 const char* const SERVICE_PATH = "/admin/services/visitingUser";
 const char* const ACTION = "urn:velm:admin:visitingUser#getVisitingProfile";
 
-class Visitors : public ::testing::Test {
+class Visitors : public velmtest::ServiceTest {
 protected:
     void SetUp() override {
+        ServiceTest::SetUp();
         db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '7')");
-        ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "").okay());
-    }
-
-    void parameter(const std::string& name, const std::string& value) {
-        db.admin().exec("INSERT INTO system_parameters VALUES ('velm', 'system', '" + name + "', '" + value + "')");
     }
 
     // The service address and the edge credentials.
@@ -59,26 +53,24 @@ protected:
 
     std::string visitorRows() { return db.admin().value("SELECT count(*) FROM replica_extra"); }
 
+    void visitor(int sid, long expires) {
+        db.admin().exec("INSERT INTO replica_extra (packet_type, id, expires) VALUES ('subscriber', " +
+                        std::to_string(sid) + ", " + std::to_string(expires) + ")");
+    }
+
+    std::string visitors() { return db.admin().value("SELECT string_agg(id::text, ',' ORDER BY id) FROM replica_extra"); }
+
     DatabaseResult lookup(SubscriberRecord& subscriber) {
         return service.lookupSubscriberPassword("O'Neil", "Visited.Example.COM", subscriber);
     }
-
-    velmtest::TestDatabase db;
-    velmtest::AlarmCapture alarms;
-    LocationService service;
 };
 
 struct ArrivalCase {
     const char* name;
     const char* node; // the visitor's home node; null: no velm_users row
     DatabaseResult::status status;
-    const char* visitorRows;
-    const char* alarm; // null: none
+    const char *visitorRows, *alarm; // alarm null: none
 };
-
-void PrintTo(const ArrivalCase& c, std::ostream* os) {
-    *os << c.name;
-}
 
 class Arrival : public Visitors, public ::testing::WithParamInterface<ArrivalCase> {};
 
@@ -101,12 +93,8 @@ TEST_P(Arrival, TheVisitorIsRecordedAndReadOnceReplicated) {
     EXPECT_EQ(VISITOR, subscriber.sid());
     EXPECT_FALSE(subscriber.isLocal());
     EXPECT_EQ(c.visitorRows, visitorRows());
-    auto raised = alarms.texts("zuVELMProxyDBAccessFailed");
-    if (c.alarm == nullptr) {
-        EXPECT_TRUE(raised.empty());
-    } else {
-        EXPECT_EQ(std::vector<std::string>{c.alarm}, raised);
-    }
+    EXPECT_EQ(c.alarm != nullptr ? std::vector<std::string>{c.alarm} : std::vector<std::string>{},
+              alarms.texts("zuVELMProxyDBAccessFailed"));
 
     auto requests = home.requests();
     ASSERT_EQ(1u, requests.size());
@@ -201,14 +189,11 @@ const char* const SOAP12 = "http://www.w3.org/2003/05/soap-envelope";
 
 struct PeerCase {
     const char* name;
+    // Empty: the peer never answers.
     std::string response;
     DatabaseResult::status status;
     const char* message;
 };
-
-void PrintTo(const PeerCase& c, std::ostream* os) {
-    *os << c.name;
-}
 
 class Peers : public Visitors, public ::testing::WithParamInterface<PeerCase> {};
 
@@ -216,7 +201,7 @@ class Peers : public Visitors, public ::testing::WithParamInterface<PeerCase> {}
 
 TEST_P(Peers, AnswerOutcome) {
     const PeerCase& c = GetParam();
-    RawPeer peer(c.response);
+    RawPeer peer(c.response, c.response.empty());
     configure(peer.address());
     SubscriberRecord subscriber;
     DatabaseResult result = lookup(subscriber);
@@ -235,15 +220,6 @@ INSTANTIATE_TEST_SUITE_P(
         PeerCase{"HtmlErrorPage",
                  http("500 Internal Server Error", "text/html", "<html><body><h1>Oops</h1></body></html>"),
                  DatabaseResult::QUERY_ERROR, "VU soap error=3"},
-        PeerCase{"WrongElement",
-                 http("200 OK", "text/xml",
-                      envelope(SOAP11, "<ns4:getOtherResponse><subscriberId>5</subscriberId></ns4:getOtherResponse>")),
-                 DatabaseResult::QUERY_ERROR, "VU soap error=200"},
-        PeerCase{"ResponseOfAnotherNamespace",
-                 http("200 OK", "text/xml",
-                      envelope(SOAP11, "<x:getVisitingProfileResponse xmlns:x=\"urn:other\"><subscriberId>5"
-                                       "</subscriberId></x:getVisitingProfileResponse>")),
-                 DatabaseResult::QUERY_ERROR, "VU soap error=200"},
         PeerCase{"DroppedMidAnswer",
                  "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: 900\r\nConnection: close\r\n\r\n" +
                      envelope(SOAP11, "<ns4:getVisitingProfileResponse><subscriberId>5").substr(0, 150),
@@ -254,6 +230,7 @@ INSTANTIATE_TEST_SUITE_P(
                  DatabaseResult::QUERY_ERROR, "VU soap error=401"},
         PeerCase{"ServerErrorWithoutBody", http("500 Internal Server Error", "text/plain", ""),
                  DatabaseResult::QUERY_ERROR, "VU soap error=500"},
+        PeerCase{"NeverAnswers", "", DatabaseResult::QUERY_ERROR, "VU soap error=-1"},
         // Answers the service may give: SOAP 1.2, or no id at all.
         PeerCase{"Soap12Envelope",
                  http("200 OK", "application/soap+xml",
@@ -265,33 +242,16 @@ INSTANTIATE_TEST_SUITE_P(
                  DatabaseResult::NOTFOUND, ""}),
     [](const testing::TestParamInfo<PeerCase>& info) { return std::string(info.param.name); });
 
-TEST_F(Visitors, AServiceThatNeverAnswersTimesOut) {
-    RawPeer peer("", true);
-    configure(peer.address());
-    SubscriberRecord subscriber;
-    DatabaseResult result = lookup(subscriber);
-    EXPECT_TRUE(result.queryError());
-    EXPECT_EQ("VU soap error=-1", result.getErrorMessage());
-    EXPECT_FALSE(peer.request().empty());
-    EXPECT_EQ("0", visitorRows());
-}
-
 namespace {
 
 struct SetupCase {
     const char* name;
     const char* topUrl; // null: no row; "PEER": the peer's address
-    const char* user;
-    const char* password;
-    const char* warning;
+    const char *user, *password, *warning;
 };
 
 const char* const NO_ADDRESS = "lookupSubscriberPassword: WARNING administration service address (top_url) not found";
 const char* const NO_CREDENTIALS = "LocationService:: WARNING user name and/or password not found";
-
-void PrintTo(const SetupCase& c, std::ostream* os) {
-    *os << c.name;
-}
 
 class Setup : public Visitors, public ::testing::WithParamInterface<SetupCase> {};
 
@@ -324,3 +284,54 @@ INSTANTIATE_TEST_SUITE_P(
                     SetupCase{"NoUser", "PEER", nullptr, "pw", NO_CREDENTIALS},
                     SetupCase{"NoPassword", "PEER", "edge", nullptr, NO_CREDENTIALS}),
     [](const testing::TestParamInfo<SetupCase>& info) { return std::string(info.param.name); });
+
+TEST_F(Visitors, HomeIsFalseOnlyForARecordedVisitor) {
+    velmtest::TraceCapture traces({"LocationService"});
+    visitor(5, std::time(nullptr) + 600);
+    bool home = true;
+    EXPECT_TRUE(service.isSubscriberHome(5, home).okay());
+    EXPECT_FALSE(home);
+    EXPECT_TRUE(traces.contains("LocationService", "subscriber 5 is visiting"));
+    EXPECT_TRUE(service.isSubscriberHome(6, home).okay());
+    EXPECT_TRUE(home);
+    DatabaseResult result = service.isSubscriberHome(0, home);
+    EXPECT_TRUE(result.badParameter());
+    EXPECT_EQ("isSubscriberHome: sid 0", result.getErrorMessage());
+    EXPECT_FALSE(home);
+}
+
+TEST_F(Visitors, RemovingExpiredVisitorsKeepsTheLiveOnes) {
+    velmtest::TraceCapture traces({"LocationService"});
+    EXPECT_TRUE(service.removeExpiredVisitingUsers().okay());
+    EXPECT_TRUE(traces.contains("LocationService", "no rows to remove from visiting users"));
+    for (const std::string& line : traces.lines("LocationService"))
+        EXPECT_EQ(std::string::npos, line.find("DELETE")) << line;
+
+    long now = std::time(nullptr);
+    visitor(1, now - 10);
+    visitor(2, now + 600);
+    visitor(3, now - 1);
+    EXPECT_TRUE(service.removeExpiredVisitingUsers().okay());
+    EXPECT_EQ("2", visitors());
+    EXPECT_TRUE(traces.contains("LocationService", "removed -2  expired visiting users"));
+}
+
+TEST_F(Visitors, TheTimerOfAVisitorGivenInAnyCaseMovesLater) {
+    replicate(nullptr);
+    long now = std::time(nullptr);
+    visitor(VISITOR, now + 60);
+    EXPECT_TRUE(service.updateTimer("O'Neil", "Visited.example.com", 3600).okay());
+    EXPECT_GE(std::stol(db.admin().value("SELECT expires FROM replica_extra")), now + 3600);
+    EXPECT_TRUE(service.updateTimer(nullptr, "visited.example.com", 3600).badParameter());
+}
+
+TEST_F(Visitors, RecordingAndDeletingThroughTheService) {
+    int node = 0;
+    EXPECT_TRUE(service.getHomeNode_id(node).okay());
+    EXPECT_EQ(7, node);
+    EXPECT_TRUE(service.addVisitingUser(8).okay());
+    EXPECT_EQ("8", visitors());
+    EXPECT_TRUE(service.deleteVisitingUser(8).okay());
+    EXPECT_TRUE(service.deleteVisitingUser(8).notFound());
+    EXPECT_TRUE(alarms.alarms().empty());
+}
