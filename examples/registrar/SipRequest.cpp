@@ -1,3 +1,4 @@
+// Parsing a received SIP request with libosip2 and reading its parts.
 #include "SipRequest.h"
 
 #include <strings.h>
