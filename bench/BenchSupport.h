@@ -1,3 +1,4 @@
+// What every benchmark program shares: the database, thread counts, the filled population and the iteration marks.
 #ifndef VELM_BENCH_BENCHSUPPORT_H
 #define VELM_BENCH_BENCHSUPPORT_H
 

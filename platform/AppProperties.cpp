@@ -1,3 +1,4 @@
+// The configuration store: the INI file read on first use, values set by hosts, and the database key.
 #include "AppProperties.h"
 
 #include <ini.h>

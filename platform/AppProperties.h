@@ -1,3 +1,4 @@
+// AppProperties: the hosting server's configuration, by section and key.
 #ifndef VELM_APPPROPERTIES_H
 #define VELM_APPPROPERTIES_H
 

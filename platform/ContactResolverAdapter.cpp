@@ -1,3 +1,4 @@
+// Loading the external contact resolver module and asking it where a request goes.
 #include "ContactResolverAdapter.h"
 
 #include "AppProperties.h"

@@ -1,3 +1,4 @@
+// ContactResolverAdapter: the door to the external contact resolver module.
 #ifndef VELM_CONTACTRESOLVERADAPTER_H
 #define VELM_CONTACTRESOLVERADAPTER_H
 

@@ -1,3 +1,4 @@
+// The C interface that an external contact resolver module exports.
 #ifndef VELM_CONTACTRESOLVERMODULE_H
 #define VELM_CONTACTRESOLVERMODULE_H
 

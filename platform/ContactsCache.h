@@ -1,3 +1,4 @@
+// ContactsCache: the host's cache of public addresses' contacts, asked before the database.
 #ifndef VELM_CONTACTSCACHE_H
 #define VELM_CONTACTSCACHE_H
 

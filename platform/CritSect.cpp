@@ -1,3 +1,4 @@
+// The recursive POSIX mutex behind CritSect.
 #include "CritSect.h"
 
 namespace osk {

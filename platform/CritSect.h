@@ -1,3 +1,4 @@
+// CritSect: a critical section on a recursive POSIX mutex.
 #ifndef OSK_CRITSECT_H
 #define OSK_CRITSECT_H
 

@@ -1,3 +1,4 @@
+// Enciphering and deciphering stored passwords with libsodium's secretbox.
 #include "Crypt.h"
 
 #include "AppProperties.h"

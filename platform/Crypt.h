@@ -1,3 +1,4 @@
+// Crypt: the encryption of the subscriber passwords kept in the database.
 #ifndef VELM_CRYPT_H
 #define VELM_CRYPT_H
 

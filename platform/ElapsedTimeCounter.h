@@ -1,3 +1,4 @@
+// ElapsedTimeCounter: microseconds elapsed on the monotonic clock.
 #ifndef VELM_ELAPSEDTIMECOUNTER_H
 #define VELM_ELAPSEDTIMECOUNTER_H
 

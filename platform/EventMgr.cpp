@@ -1,3 +1,4 @@
+// Raising alarms through the installed sink, else to syslog, and the servers' alarm texts.
 #include "EventMgr.h"
 
 #include <syslog.h>

@@ -1,3 +1,4 @@
+// EventSink and EventMgr: the alarms the servers raise, and where they go.
 #ifndef VELM_EVENTMGR_H
 #define VELM_EVENTMGR_H
 

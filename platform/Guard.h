@@ -1,3 +1,4 @@
+// Guard: holds a CritSect or a Mutex for its scope, safe against thread cancellation.
 #ifndef OSK_GUARD_H
 #define OSK_GUARD_H
 

@@ -1,3 +1,4 @@
+// Hashtable: a table from text keys to text values.
 #ifndef VELM_HASHTABLE_H
 #define VELM_HASHTABLE_H
 

@@ -1,3 +1,4 @@
+// The plain POSIX mutex behind Mutex.
 #include "Mutex.h"
 
 namespace osk {

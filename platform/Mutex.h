@@ -1,3 +1,4 @@
+// Mutex: a plain POSIX mutex.
 #ifndef OSK_MUTEX_H
 #define OSK_MUTEX_H
 

@@ -1,3 +1,4 @@
+// Queue: a queue that threads wait on with a time-out.
 #ifndef OSK_QUEUE_H
 #define OSK_QUEUE_H
 

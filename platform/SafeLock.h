@@ -1,3 +1,4 @@
+// SafeLock: holds a mutex for its lifetime and may release it early, exactly once.
 #ifndef OSK_SAFELOCK_H
 #define OSK_SAFELOCK_H
 

@@ -1,3 +1,4 @@
+// Locating services through the installed registrar, else through the configuration.
 #include "ServiceRegistrar.h"
 
 #include "AppProperties.h"

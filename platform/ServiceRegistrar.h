@@ -1,3 +1,4 @@
+// ServiceRegistrar: where the installation's services, such as the database, live.
 #ifndef VELM_SERVICEREGISTRAR_H
 #define VELM_SERVICEREGISTRAR_H
 

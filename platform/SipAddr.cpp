@@ -1,3 +1,4 @@
+// Comparing Contact header values by the URI equivalence rules of SIP.
 #include "SipAddr.h"
 
 #include "Uri.h"

@@ -1,3 +1,4 @@
+// SipAddr: whether two Contact header values name the same contact.
 #ifndef VELM_SIPADDR_H
 #define VELM_SIPADDR_H
 

@@ -1,3 +1,4 @@
+// Splitting a text into its tokens at once.
 #include "StringTokenizer.h"
 
 StringTokenizer::StringTokenizer(const std::string& text, const std::string& delimiters) {

@@ -1,3 +1,4 @@
+// StringTokenizer: a text split at any of a set of delimiter characters.
 #ifndef VELM_STRINGTOKENIZER_H
 #define VELM_STRINGTOKENIZER_H
 

@@ -1,3 +1,4 @@
+// Starting, joining and cancelling a POSIX thread that runs a subclass's run().
 #include "Thread.h"
 
 namespace osk {

@@ -1,3 +1,4 @@
+// Thread: a POSIX thread that runs a subclass's run().
 #ifndef OSK_THREAD_H
 #define OSK_THREAD_H
 

@@ -1,3 +1,4 @@
+// Trace channels: which are on, how lines are formatted, and the default sink.
 #include "Trace.h"
 
 #include "AppProperties.h"

@@ -1,3 +1,4 @@
+// TraceSink and Trace: named trace channels and where their lines go.
 #ifndef VELM_TRACE_H
 #define VELM_TRACE_H
 

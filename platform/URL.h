@@ -1,3 +1,4 @@
+// URL: a database or service URL split into its parts.
 #ifndef OSK_URL_H
 #define OSK_URL_H
 

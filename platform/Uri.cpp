@@ -1,3 +1,4 @@
+// Parsing and checking SIP and SIPS URIs with libosip2.
 #include "Uri.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// Uri: a SIP or SIPS URI, parsed and strictly checked.
 #ifndef OSK_URI_H
 #define OSK_URI_H
 

@@ -1,3 +1,4 @@
+// Expanding $name and ${name} variables in a text.
 #include "VariableSubstitution.h"
 
 #include <cctype>

@@ -1,3 +1,4 @@
+// VariableSubstitution: variables in a text expanded from a Hashtable.
 #ifndef VELM_VARIABLESUBSTITUTION_H
 #define VELM_VARIABLESUBSTITUTION_H
 

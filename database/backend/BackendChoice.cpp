@@ -1,3 +1,4 @@
+// The once-per-process choice between the PostgreSQL and the ODBC backend.
 #include "BackendChoice.h"
 
 #include "AppProperties.h"

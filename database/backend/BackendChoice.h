@@ -1,3 +1,4 @@
+// The backend choice that [SipServer] DatabaseType makes, shared by the connection and result factories.
 #ifndef VELM_BACKENDCHOICE_H
 #define VELM_BACKENDCHOICE_H
 

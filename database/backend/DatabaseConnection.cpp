@@ -1,3 +1,4 @@
+// The connection factory: always a PostgreSQL connection, after the backend choice is made.
 #include "DatabaseConnection.h"
 
 #include "BackendChoice.h"

@@ -1,3 +1,4 @@
+// DatabaseConnection: the interface every backend's connection implements.
 #ifndef VELM_DATABASECONNECTION_H
 #define VELM_DATABASECONNECTION_H
 

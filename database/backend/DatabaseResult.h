@@ -1,3 +1,4 @@
+// DatabaseResult: the status and failure message of one database command.
 #ifndef VELM_DATABASERESULT_H
 #define VELM_DATABASERESULT_H
 

@@ -1,3 +1,4 @@
+// The result factory, which follows [SipServer] DatabaseType, and the SQLSTATE constants.
 #include "QueryResult.h"
 
 #include "BackendChoice.h"

@@ -1,3 +1,4 @@
+// QueryResult: the interface to the rows, counts and errors of one executed statement.
 #ifndef VELM_QUERYRESULT_H
 #define VELM_QUERYRESULT_H
 

@@ -1,3 +1,4 @@
+// QueryResultPtr: the owning handle through which callers read a backend's result.
 #ifndef VELM_QUERYRESULTPTR_H
 #define VELM_QUERYRESULTPTR_H
 

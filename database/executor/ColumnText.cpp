@@ -1,3 +1,4 @@
+// Reading column texts as booleans, month names and ctime() time stamps.
 #include "ColumnText.h"
 
 #include "StringTokenizer.h"

@@ -1,3 +1,4 @@
+// How the executor reads boolean, empty and time-stamp column texts.
 #ifndef VELM_COLUMNTEXT_H
 #define VELM_COLUMNTEXT_H
 

@@ -1,3 +1,4 @@
+// The table of contact columns and the record field each one fills.
 #include "ContactRow.h"
 
 #include "ColumnText.h"

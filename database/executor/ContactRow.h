@@ -1,3 +1,4 @@
+// Filling a ContactRecord from one row of a contact query, column by name.
 #ifndef VELM_CONTACTROW_H
 #define VELM_CONTACTROW_H
 

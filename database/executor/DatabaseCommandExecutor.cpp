@@ -1,3 +1,4 @@
+// The executor's connection, statement runs and the failure texts it keeps.
 #include "DatabaseCommandExecutor.h"
 
 #include "DatabaseConnection.h"

@@ -1,3 +1,4 @@
+// DatabaseCommandExecutor: one member per statement family of the schema, on its own connection.
 #ifndef VELM_DATABASECOMMANDEXECUTOR_H
 #define VELM_DATABASECOMMANDEXECUTOR_H
 

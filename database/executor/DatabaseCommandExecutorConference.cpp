@@ -1,3 +1,4 @@
+// Reserving a free conference extension and counting the extensions by state.
 #include "DatabaseCommandExecutor.h"
 
 #include "EscapedString.h"

@@ -1,3 +1,4 @@
+// This node's configuration rows: host information, QoS, proxy items, parameters, hosts, domain rules, filters.
 #include "DatabaseCommandExecutor.h"
 
 #include "ColumnText.h"

@@ -1,3 +1,4 @@
+// Clearing old event notifications and reading SIP event aggregators.
 #include "DatabaseCommandExecutor.h"
 
 #include "QueryResultPtr.h"

@@ -1,3 +1,4 @@
+// The steps every command shares: the connection check, the run with its traces, and reading a column.
 #include "DatabaseCommandExecutor.h"
 
 #include "ColumnText.h"

@@ -1,3 +1,4 @@
+// Reading the routing tables: the prefix map, the address map and the prefix map's change counter.
 #include "DatabaseCommandExecutor.h"
 
 #include "AddressMapRecord.h"

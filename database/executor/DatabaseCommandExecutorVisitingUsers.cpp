@@ -1,3 +1,4 @@
+// This home's node id and the visitors kept in replica_extra: looking them up, adding, removing and renewing them.
 #include "DatabaseCommandExecutor.h"
 
 #include "EscapedString.h"

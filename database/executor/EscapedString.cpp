@@ -1,3 +1,4 @@
+// Escaping a text for a single-quoted SQL literal through libpq.
 #include "EscapedString.h"
 
 #include <libpq-fe.h>

@@ -1,3 +1,4 @@
+// EscapedString: a text made safe for a single-quoted SQL literal.
 #ifndef VELM_ESCAPEDSTRING_H
 #define VELM_ESCAPEDSTRING_H
 

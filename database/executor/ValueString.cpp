@@ -1,3 +1,4 @@
+// Building the column and value lists of an INSERT statement.
 #include "ValueString.h"
 
 #include "EscapedString.h"

@@ -1,3 +1,4 @@
+// ValueString: the column list and value list of one INSERT statement.
 #ifndef VELM_VALUESTRING_H
 #define VELM_VALUESTRING_H
 

@@ -1,3 +1,4 @@
+// Compiling an address-map row's pattern when it changed, and matching request URIs against it.
 #include "AddressMap.h"
 
 namespace velm {

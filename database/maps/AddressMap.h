@@ -1,3 +1,4 @@
+// AddressMap: one compiled row of the address map.
 #ifndef VELM_ADDRESSMAP_H
 #define VELM_ADDRESSMAP_H
 

@@ -1,3 +1,4 @@
+// Routing by address map: the compiled rows kept in step, the URI matched, contacts filled in from its parts.
 #include "LocationService.h"
 
 #include "AddressMap.h"

@@ -1,3 +1,4 @@
+// Routing by digit prefix: a local user's number through the prefix tree, its first contact rewritten.
 #include "LocationService.h"
 
 #include "ContactRecord.h"

@@ -1,3 +1,4 @@
+// The digit-prefix tree: building it from prefix_map, rebuilding it, walking it and freeing it.
 #include "LocationService.h"
 
 #include "DatabaseCommandExecutor.h"

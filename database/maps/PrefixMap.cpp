@@ -1,3 +1,4 @@
+// The digit-prefix tree node's out-of-line constructor and destructor.
 #include "PrefixMap.h"
 
 namespace velm {

@@ -1,3 +1,4 @@
+// PrefixMap: one node of the digit-prefix tree.
 #ifndef VELM_PREFIXMAP_H
 #define VELM_PREFIXMAP_H
 

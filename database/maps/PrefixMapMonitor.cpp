@@ -1,3 +1,4 @@
+// The thread that rebuilds the digit-prefix tree when prefix_map's change counter grows.
 #include "PrefixMapMonitor.h"
 
 #include "AppProperties.h"

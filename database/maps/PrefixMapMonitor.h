@@ -1,3 +1,4 @@
+// PrefixMapMonitor: the process's one thread that keeps the digit-prefix tree in step with prefix_map.
 #ifndef VELM_PREFIXMAPMONITOR_H
 #define VELM_PREFIXMAPMONITOR_H
 

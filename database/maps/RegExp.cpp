@@ -1,3 +1,4 @@
+// Compiling and matching POSIX extended regular expressions.
 #include "RegExp.h"
 
 namespace velm {

@@ -1,3 +1,4 @@
+// RegExp: a POSIX extended regular expression.
 #ifndef VELM_REGEXP_H
 #define VELM_REGEXP_H
 

@@ -1,3 +1,4 @@
+// AddressMapRecord: one row of the pattern-routing address map.
 #ifndef VELM_ADDRESSMAPRECORD_H
 #define VELM_ADDRESSMAPRECORD_H
 

@@ -1,3 +1,4 @@
+// ContactRecord: one registered contact of a contact set.
 #ifndef VELM_CONTACTRECORD_H
 #define VELM_CONTACTRECORD_H
 

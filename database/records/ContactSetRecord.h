@@ -1,3 +1,4 @@
+// ContactSetRecord: one contact set of a subscriber.
 #ifndef VELM_CONTACTSETRECORD_H
 #define VELM_CONTACTSETRECORD_H
 

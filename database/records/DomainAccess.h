@@ -1,3 +1,4 @@
+// DomainAccess: one inbound or outbound domain rule.
 #ifndef VELM_DOMAINACCESS_H
 #define VELM_DOMAINACCESS_H
 

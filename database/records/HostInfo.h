@@ -1,3 +1,4 @@
+// HostInfo: this node's system settings.
 #ifndef VELM_HOSTINFO_H
 #define VELM_HOSTINFO_H
 

@@ -1,3 +1,4 @@
+// PrefixMapRecord: one digit-prefix route.
 #ifndef VELM_PREFIXMAPRECORD_H
 #define VELM_PREFIXMAPRECORD_H
 

@@ -1,3 +1,4 @@
+// ProxyConfig: one configuration item of a named proxy.
 #ifndef VELM_PROXYCONFIG_H
 #define VELM_PROXYCONFIG_H
 

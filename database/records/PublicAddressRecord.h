@@ -1,3 +1,4 @@
+// PublicAddressRecord: one public address and its contact set.
 #ifndef VELM_PUBLICADDRESSRECORD_H
 #define VELM_PUBLICADDRESSRECORD_H
 

@@ -1,3 +1,4 @@
+// The records' rule for text setters given a null column value.
 #ifndef VELM_RECORDTEXT_H
 #define VELM_RECORDTEXT_H
 

@@ -1,3 +1,4 @@
+// remoteFilter: one persistent trace filter assigned to this node.
 #ifndef VELM_REMOTEFILTER_H
 #define VELM_REMOTEFILTER_H
 

@@ -1,3 +1,4 @@
+// SipEventAggregator: one SIP event aggregator and a contact address of its subscriber.
 #ifndef VELM_SIPEVENTAGGREGATOR_H
 #define VELM_SIPEVENTAGGREGATOR_H
 

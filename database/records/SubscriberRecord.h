@@ -1,3 +1,4 @@
+// SubscriberRecord: one subscriber.
 #ifndef VELM_SUBSCRIBERRECORD_H
 #define VELM_SUBSCRIBERRECORD_H
 

@@ -1,3 +1,4 @@
+// TrustedHostRecord: one trusted host.
 #ifndef VELM_TRUSTEDHOSTRECORD_H
 #define VELM_TRUSTEDHOSTRECORD_H
 

@@ -1,3 +1,4 @@
+// Finding and removing expired contacts, promoting an inactive contact where the active one expired.
 #include "LocationService.h"
 
 #include "ContactRecord.h"

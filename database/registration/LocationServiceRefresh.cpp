@@ -1,3 +1,4 @@
+// Refreshing registered contacts (updateContacts), in a transaction or with auto-commit.
 #include "LocationService.h"
 
 #include "ContactRecord.h"

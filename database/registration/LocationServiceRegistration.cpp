@@ -1,3 +1,4 @@
+// Registering contacts (registerContacts), in a transaction or with auto-commit, and updating one contact.
 #include "LocationService.h"
 
 #include "AppProperties.h"

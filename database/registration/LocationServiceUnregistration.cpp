@@ -1,3 +1,4 @@
+// Removing registered contacts (unregisterContacts), in a transaction or with auto-commit.
 #include "LocationService.h"
 
 #include "ContactRecord.h"

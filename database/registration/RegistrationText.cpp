@@ -1,3 +1,4 @@
+// The qvalue levels and the contact statement texts that registration builds.
 #include "RegistrationText.h"
 
 #include "ContactRecord.h"

@@ -1,3 +1,4 @@
+// The statement texts and qvalue levels that contact registration shares.
 #ifndef VELM_REGISTRATIONTEXT_H
 #define VELM_REGISTRATIONTEXT_H
 

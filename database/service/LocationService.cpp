@@ -1,3 +1,4 @@
+// LocationService's shared state, connection, configured primary domain and database alarm.
 #include "LocationService.h"
 
 #include "AppProperties.h"

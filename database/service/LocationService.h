@@ -1,3 +1,4 @@
+// LocationService: the registrar's and the proxy's facade to the database.
 #ifndef VELM_LOCATIONSERVICE_H
 #define VELM_LOCATIONSERVICE_H
 

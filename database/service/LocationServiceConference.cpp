@@ -1,3 +1,4 @@
+// The conference server: its handle and URI, routing a request to a free bridge, and the bridge usage check.
 #include "LocationService.h"
 
 #include "ContactRecord.h"

@@ -1,3 +1,4 @@
+// This node's configuration through the facade: QoS, node type, proxy items, system credentials and trace filters.
 #include "LocationService.h"
 
 #include "DatabaseCommandExecutor.h"

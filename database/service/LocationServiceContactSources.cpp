@@ -1,3 +1,4 @@
+// Where contacts come from: the database by contact set, the contacts cache, and the contact resolver.
 #include "LocationService.h"
 
 #include "ContactRecord.h"

@@ -1,3 +1,4 @@
+// Event notifications and SIP event aggregators through the facade.
 #include "LocationService.h"
 
 #include "DatabaseCommandExecutor.h"

@@ -1,3 +1,4 @@
+// The policy checks: inbound domain access and emergency contacts.
 #include "LocationService.h"
 
 #include "DatabaseCommandExecutor.h"

@@ -1,3 +1,4 @@
+// The per-thread pool of LocationService instances.
 #include "LocationServicePool.h"
 
 #include "LocationService.h"

@@ -1,3 +1,4 @@
+// LocationServicePool: one LocationService for each thread.
 #ifndef VELM_LOCATIONSERVICEPOOL_H
 #define VELM_LOCATIONSERVICEPOOL_H
 

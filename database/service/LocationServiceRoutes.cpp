@@ -1,3 +1,4 @@
+// The default route, the outbound route and whether out-of-dialog REFER is routed.
 #include "LocationService.h"
 
 #include "AppProperties.h"

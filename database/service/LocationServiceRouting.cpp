@@ -1,3 +1,4 @@
+// The routing lookup: the contacts a request URI or a user and domain are routed to.
 #include "LocationService.h"
 
 #include "AppProperties.h"

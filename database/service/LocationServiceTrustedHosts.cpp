@@ -1,3 +1,4 @@
+// The process-wide list of trusted hosts: reading it from the database and answering whether a host is trusted.
 #include "LocationService.h"
 
 #include "DatabaseCommandExecutor.h"

@@ -1,3 +1,4 @@
+// Lower-casing user parts and domains.
 #include "LowerCase.h"
 
 #include <cctype>

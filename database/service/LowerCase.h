@@ -1,3 +1,4 @@
+// lowerCase: user parts and domains in the case they are stored in.
 #ifndef VELM_LOWERCASE_H
 #define VELM_LOWERCASE_H
 

@@ -1,3 +1,4 @@
+// The SIGPIPE handler of the visiting-profile request.
 #include "SigPipeHandler.h"
 
 #include <cstdio>

@@ -1,3 +1,4 @@
+// sigPipeHandler: keeps a dropped SOAP connection from ending the process.
 #ifndef VELM_SIGPIPEHANDLER_H
 #define VELM_SIGPIPEHANDLER_H
 

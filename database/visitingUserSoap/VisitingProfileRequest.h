@@ -1,3 +1,4 @@
+// Asking the remote administration service for a visiting subscriber's profile.
 #ifndef VELM_VISITINGPROFILEREQUEST_H
 #define VELM_VISITINGPROFILEREQUEST_H
 

@@ -1,3 +1,4 @@
+// Reading a subscriber's current bindings and the helpers the registrar and the redirect server share.
 #include "Bindings.h"
 
 #include "DatabaseCommandExecutor.h"

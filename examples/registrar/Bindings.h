@@ -1,3 +1,4 @@
+// Bindings: the library calls the registrar and the redirect server share.
 #ifndef VELM_REGISTRAR_BINDINGS_H
 #define VELM_REGISTRAR_BINDINGS_H
 

@@ -1,3 +1,4 @@
+// velm-registrar's command line and the loading of its configuration.
 #include "Options.h"
 
 #include "AppProperties.h"

@@ -1,3 +1,4 @@
+// Options: velm-registrar's settings from its command line.
 #ifndef VELM_REGISTRAR_OPTIONS_H
 #define VELM_REGISTRAR_OPTIONS_H
 

@@ -1,3 +1,4 @@
+// Answering requests to a user with 302 and the user's contacts, 404 or 480.
 #include "Redirector.h"
 
 #include "LocationService.h"

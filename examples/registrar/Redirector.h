@@ -1,3 +1,4 @@
+// Redirector: the redirect server, which tells where a user is found.
 #ifndef VELM_REGISTRAR_REDIRECTOR_H
 #define VELM_REGISTRAR_REDIRECTOR_H
 

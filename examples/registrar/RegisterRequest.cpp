@@ -1,3 +1,4 @@
+// Reading a REGISTER's contacts and settling each contact's expiration.
 #include "RegisterRequest.h"
 
 #include "SipRequest.h"

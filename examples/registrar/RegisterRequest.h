@@ -1,3 +1,4 @@
+// RegisterRequest and ExpiryPolicy: a REGISTER's contacts and the registrar's expiration limits.
 #ifndef VELM_REGISTRAR_REGISTERREQUEST_H
 #define VELM_REGISTRAR_REGISTERREQUEST_H
 

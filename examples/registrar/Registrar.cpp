@@ -1,3 +1,4 @@
+// Applying REGISTER requests: adding, refreshing and removing bindings, and answering with those that remain.
 #include "Registrar.h"
 
 #include "LocationService.h"

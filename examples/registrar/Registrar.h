@@ -1,3 +1,4 @@
+// Registrar: REGISTER requests applied to the contact table.
 #ifndef VELM_REGISTRAR_REGISTRAR_H
 #define VELM_REGISTRAR_REGISTRAR_H
 

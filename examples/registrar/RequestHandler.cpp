@@ -1,3 +1,4 @@
+// Dispatching one datagram to the registrar or the redirect server by method.
 #include "RequestHandler.h"
 
 #include "SipRequest.h"

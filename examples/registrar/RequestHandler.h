@@ -1,3 +1,4 @@
+// RequestHandler: the answer to one received datagram.
 #ifndef VELM_REGISTRAR_REQUESTHANDLER_H
 #define VELM_REGISTRAR_REQUESTHANDLER_H
 

@@ -1,3 +1,4 @@
+// Parsing a received SIP request with libosip2 and reading its parts.
 #include "SipRequest.h"
 
 #include <strings.h>
@@ -114,7 +115,8 @@ std::vector<std::string> SipRequest::responseHeaders(const std::string& toTag) c
     lines.push_back("From: " + osipText(osip_from_to_str, m_message->from));
     std::string to = "To: " + osipText(osip_to_to_str, m_message->to);
     osip_generic_param_t* tag = nullptr;
-    if (osip_to_get_tag(m_message->to, &tag) != 0)
+    char tagName[] = "tag"; // libosip2 takes the name as char*
+    if (osip_generic_param_get_byname(&m_message->to->gen_params, tagName, &tag) != 0)
         to += ";tag=" + toTag;
     lines.push_back(to);
     lines.push_back("Call-ID: " + callId());

@@ -1,3 +1,4 @@
+// SipRequest: one received SIP request.
 #ifndef VELM_REGISTRAR_SIPREQUEST_H
 #define VELM_REGISTRAR_SIPREQUEST_H
 

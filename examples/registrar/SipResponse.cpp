@@ -1,3 +1,4 @@
+// Building and rendering a final SIP response, with its To tag.
 #include "SipResponse.h"
 
 #include "SipRequest.h"

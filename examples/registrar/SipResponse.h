@@ -1,3 +1,4 @@
+// SipResponse: a final response to a request.
 #ifndef VELM_REGISTRAR_SIPRESPONSE_H
 #define VELM_REGISTRAR_SIPRESPONSE_H
 

@@ -1,3 +1,4 @@
+// The UDP socket and the worker threads that read requests and answer them.
 #include "SipServer.h"
 
 #include "LocationService.h"

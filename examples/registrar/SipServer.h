@@ -1,3 +1,4 @@
+// SipServer and ServerSettings: velm-registrar's UDP transport.
 #ifndef VELM_REGISTRAR_SIPSERVER_H
 #define VELM_REGISTRAR_SIPSERVER_H
 

@@ -1,3 +1,4 @@
+// FUZZ_CHECK: a property every fuzz input must have, failing as a crash.
 #ifndef VELM_FUZZCHECK_H
 #define VELM_FUZZCHECK_H
 

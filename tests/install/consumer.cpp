@@ -1,3 +1,4 @@
+// A program built against the installed library: links, runs, and reports an unconnected executor's error.
 #include <velm/DatabaseCommandExecutor.h>
 #include <velm/DatabaseResult.h>
 #include <velm/PrefixMapMonitor.h>

@@ -1,3 +1,4 @@
+// Recording the alarms raised while an AlarmCapture lives.
 #include "AlarmCapture.h"
 
 namespace velmtest {

@@ -1,3 +1,4 @@
+// AlarmCapture: the alarms raised during a test.
 #ifndef VELM_TEST_ALARMCAPTURE_H
 #define VELM_TEST_ALARMCAPTURE_H
 

@@ -1,3 +1,4 @@
+// Writing a random password key and configuring it as [Crypt] KeyFile.
 #include "CryptKeyFile.h"
 
 #include "AppProperties.h"

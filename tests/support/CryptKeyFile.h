@@ -1,3 +1,4 @@
+// CryptKeyFile: a fresh password key configured for a test.
 #ifndef VELM_TEST_CRYPTKEYFILE_H
 #define VELM_TEST_CRYPTKEYFILE_H
 

@@ -1,3 +1,4 @@
+// Writing the driver manager's files for an ODBC data source of the run's server.
 #include "OdbcDataSource.h"
 
 #include "TestServer.h"

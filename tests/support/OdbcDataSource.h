@@ -1,3 +1,4 @@
+// OdbcDataSource: an ODBC data source for one test database.
 #ifndef VELM_TEST_ODBCDATASOURCE_H
 #define VELM_TEST_ODBCDATASOURCE_H
 

@@ -1,3 +1,4 @@
+// Writing subscribers, contact sets, public addresses and contacts for a test, outside the library.
 #include "Provisioning.h"
 
 #include "TestServer.h"

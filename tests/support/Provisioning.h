@@ -1,3 +1,4 @@
+// Provisioning: the rows a test needs, written outside the library.
 #ifndef VELM_TEST_PROVISIONING_H
 #define VELM_TEST_PROVISIONING_H
 

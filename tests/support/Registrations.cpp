@@ -1,3 +1,4 @@
+// The registration tests' helpers: provisioning an address, a REGISTER's contact and the stored qvalues.
 #include "Registrations.h"
 
 #include <cstdlib>

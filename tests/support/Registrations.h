@@ -1,3 +1,4 @@
+// Helpers that the registration tests share.
 #ifndef VELM_TEST_REGISTRATIONS_H
 #define VELM_TEST_REGISTRATIONS_H
 

@@ -1,3 +1,4 @@
+// Making and removing a test's private directory and writing files into it.
 #include "TempDirectory.h"
 
 #include <gtest/gtest.h>

@@ -1,3 +1,4 @@
+// TempDirectory: a private directory for a test.
 #ifndef VELM_TEST_TEMPDIRECTORY_H
 #define VELM_TEST_TEMPDIRECTORY_H
 

@@ -1,3 +1,4 @@
+// Going back to the run's configuration between tests.
 #include "TestConfiguration.h"
 
 #include "AppProperties.h"

@@ -1,3 +1,4 @@
+// resetProperties: the run's configuration back, without a test's settings.
 #ifndef VELM_TEST_TESTCONFIGURATION_H
 #define VELM_TEST_TESTCONFIGURATION_H
 

@@ -1,3 +1,4 @@
+// The run's private PostgreSQL server: its address, admin connections, a fresh database per test and scratch servers.
 #include "TestServer.h"
 
 #include <gtest/gtest.h>

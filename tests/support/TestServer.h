@@ -1,3 +1,4 @@
+// The run's private PostgreSQL server and the per-test databases on it.
 #ifndef VELM_TEST_TESTSERVER_H
 #define VELM_TEST_TESTSERVER_H
 

@@ -1,3 +1,4 @@
+// Switching trace channels on and recording their lines while a TraceCapture lives.
 #include "TraceCapture.h"
 
 #include <algorithm>

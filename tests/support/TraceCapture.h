@@ -1,3 +1,4 @@
+// TraceCapture: the trace lines written during a test.
 #ifndef VELM_TEST_TRACECAPTURE_H
 #define VELM_TEST_TRACECAPTURE_H
 

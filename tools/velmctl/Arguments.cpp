@@ -1,3 +1,4 @@
+// Splitting velmctl's command line into words and options.
 #include "Arguments.h"
 
 #include "Input.h"

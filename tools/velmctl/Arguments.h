@@ -1,3 +1,4 @@
+// Arguments: velmctl's command line.
 #ifndef VELMCTL_ARGUMENTS_H
 #define VELMCTL_ARGUMENTS_H
 

@@ -1,3 +1,4 @@
+// The table of velmctl's command words, its usage text and the dispatch of a command.
 #include "CommandRegistry.h"
 
 #include <map>

@@ -1,3 +1,4 @@
+// CommandRegistration and runCommand: how velmctl's commands are declared and run.
 #ifndef VELMCTL_COMMANDREGISTRY_H
 #define VELMCTL_COMMANDREGISTRY_H
 

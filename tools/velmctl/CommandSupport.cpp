@@ -1,3 +1,4 @@
+// The steps velmctl's commands share: configuration, opening a session, argument checks and showing contacts.
 #include "CommandSupport.h"
 
 #include "AppProperties.h"

@@ -1,3 +1,4 @@
+// The steps velmctl's commands share.
 #ifndef VELMCTL_COMMANDSUPPORT_H
 #define VELMCTL_COMMANDSUPPORT_H
 

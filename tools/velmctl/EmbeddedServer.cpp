@@ -1,3 +1,4 @@
+// Creating, starting, stopping and asking after velmctl's private PostgreSQL server.
 #include "EmbeddedServer.h"
 
 #include "AppProperties.h"

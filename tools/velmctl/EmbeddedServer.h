@@ -1,3 +1,4 @@
+// EmbeddedServer: a private PostgreSQL server for trying the library out.
 #ifndef VELMCTL_EMBEDDEDSERVER_H
 #define VELMCTL_EMBEDDEDSERVER_H
 

@@ -1,3 +1,4 @@
+// Checking and reading velmctl's inputs: UTF-8, addresses of record, contacts, numbers, seconds and qvalues.
 #include "Input.h"
 
 #include "Uri.h"

@@ -1,3 +1,4 @@
+// Aor, ContactArg and the readers of velmctl's inputs.
 #ifndef VELMCTL_INPUT_H
 #define VELMCTL_INPUT_H
 

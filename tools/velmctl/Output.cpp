@@ -1,3 +1,4 @@
+// Printing contacts, records and tables as aligned text or as JSON.
 #include "Output.h"
 
 #include <cstdio>

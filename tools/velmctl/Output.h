@@ -1,3 +1,4 @@
+// Output: what velmctl prints, for people or for scripts.
 #ifndef VELMCTL_OUTPUT_H
 #define VELMCTL_OUTPUT_H
 

@@ -1,3 +1,4 @@
+// QuietStdout: standard output silenced while the library prints a row count there.
 #ifndef VELMCTL_QUIETSTDOUT_H
 #define VELMCTL_QUIETSTDOUT_H
 

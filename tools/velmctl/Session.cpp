@@ -1,3 +1,4 @@
+// velmctl's calls into the library: subscribers, registrations, contacts, expiry and the schema.
 #include "Session.h"
 
 #include "Crypt.h"

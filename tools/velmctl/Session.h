@@ -1,3 +1,4 @@
+// Session: velmctl's LocationService, and the library results as velmctl outcomes.
 #ifndef VELMCTL_SESSION_H
 #define VELMCTL_SESSION_H
 

@@ -1,3 +1,4 @@
+// Status and Outcome: velmctl's exit statuses and a command's outcome.
 #ifndef VELMCTL_STATUS_H
 #define VELMCTL_STATUS_H
 

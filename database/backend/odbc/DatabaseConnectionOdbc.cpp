@@ -1,3 +1,4 @@
+// Connecting, executing and reconnecting through the ODBC driver manager.
 #include "DatabaseConnectionOdbc.h"
 
 #include "OdbcDiagnostic.h"

@@ -1,3 +1,4 @@
+// DatabaseConnectionOdbc: a connection to an ODBC data source.
 #ifndef VELM_DATABASECONNECTIONODBC_H
 #define VELM_DATABASECONNECTIONODBC_H
 

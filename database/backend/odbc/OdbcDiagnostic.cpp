@@ -1,3 +1,4 @@
+// Reading the first diagnostic record of an ODBC handle.
 #include "OdbcDiagnostic.h"
 
 #include <sqlext.h>

@@ -1,3 +1,4 @@
+// OdbcDiagnostic: the SQLSTATE and message of an ODBC handle's first diagnostic.
 #ifndef VELM_ODBCDIAGNOSTIC_H
 #define VELM_ODBCDIAGNOSTIC_H
 

@@ -1,3 +1,4 @@
+// Fetching an ODBC statement's rows as text and reading its counts and errors.
 #include "QueryResultOdbc.h"
 
 #include "OdbcDiagnostic.h"

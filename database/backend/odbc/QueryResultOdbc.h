@@ -1,3 +1,4 @@
+// QueryResultOdbc: the result of a statement run through ODBC.
 #ifndef VELM_QUERYRESULTODBC_H
 #define VELM_QUERYRESULTODBC_H
 

@@ -1,3 +1,4 @@
+// The column buffers and rows fetched from an ODBC statement.
 #include "ResultSet.h"
 
 namespace velm {

@@ -1,3 +1,4 @@
+// ResultSet: the rows of an ODBC statement, each column as text in its own buffer.
 #ifndef VELM_RESULTSET_H
 #define VELM_RESULTSET_H
 

@@ -1,3 +1,4 @@
+// Connecting to PostgreSQL over libpq, executing with one retry after a reset, and tracing notices.
 #include "DatabaseConnectionPgsql.h"
 
 #include "AppProperties.h"

@@ -1,3 +1,4 @@
+// DatabaseConnectionPgsql: a PostgreSQL connection over libpq.
 #ifndef VELM_DATABASECONNECTIONPGSQL_H
 #define VELM_DATABASECONNECTIONPGSQL_H
 

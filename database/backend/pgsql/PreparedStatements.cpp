@@ -1,3 +1,4 @@
+// Preparing statements by shape once per session and running them with their values.
 #include "PreparedStatements.h"
 
 #include "StatementShape.h"

@@ -1,3 +1,4 @@
+// PreparedStatements: the shapes one libpq session has prepared.
 #ifndef VELM_PREPAREDSTATEMENTS_H
 #define VELM_PREPAREDSTATEMENTS_H
 

@@ -1,3 +1,4 @@
+// Reading a libpq result: rows, values, status names and error texts.
 #include "QueryResultPgsql.h"
 
 #include <libpq-fe.h>

@@ -1,3 +1,4 @@
+// QueryResultPgsql: the result of a statement run over libpq.
 #ifndef VELM_QUERYRESULTPGSQL_H
 #define VELM_QUERYRESULTPGSQL_H
 

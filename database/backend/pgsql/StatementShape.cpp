@@ -1,3 +1,4 @@
+// Scanning an SQL statement to lift its string and integer literals out into parameters.
 #include "StatementShape.h"
 
 #include <strings.h>

@@ -1,3 +1,4 @@
+// StatementShape: a statement with its literals lifted out, ready to be prepared.
 #ifndef VELM_STATEMENTSHAPE_H
 #define VELM_STATEMENTSHAPE_H
 

@@ -1,3 +1,4 @@
+// A gSOAP visiting-profile service in a thread, answering with a subscriber id or a fault.
 #include "ProfileService.h"
 
 #include "visitingUserTestH.h"

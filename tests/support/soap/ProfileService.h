@@ -1,3 +1,4 @@
+// ProfileService: a visiting-profile service for tests.
 #ifndef VELM_TEST_PROFILESERVICE_H
 #define VELM_TEST_PROFILESERVICE_H
 

@@ -1,3 +1,4 @@
+// A socket server that answers one HTTP request with a given text, or never.
 #include "RawPeer.h"
 
 #include <arpa/inet.h>

@@ -1,3 +1,4 @@
+// RawPeer: a misbehaving SOAP peer for tests.
 #ifndef VELM_TEST_RAWPEER_H
 #define VELM_TEST_RAWPEER_H
 
