@@ -14,30 +14,13 @@
 
 namespace velm {
 
-namespace {
-
-// The columns of a contact row after its owner, the same for the stored
-// function and the plain insert. Every text comes from the network.
-void addContactValues(ValueString& list, const ContactRecord& contact) {
-    list.addEscaped("address", contact.address().c_str());
-    list.addExplicit("expires", contact.expires());
-    list.addEscaped("permanent", contact.permanent());
-    list.addEscaped("qvalue", contact.qvalue());
-    list.addEscaped("capabilities", contact.capabilities());
-    list.addEscaped("contact_header", contact.contactHeader().c_str());
-    list.addEscaped("call_id", contact.callId().c_str());
-    list.addExplicit("cseq", contact.cseq());
-}
-
-} // namespace
-
 int DatabaseCommandExecutor::addContact(const char* handle, const char* domain, ContactRecord& contact) {
     if (!checkConnect())
         return -1;
     ValueString list;
     list.addEscaped("handle", handle);
     list.addEscaped("sip_domain", domain);
-    addContactValues(list, contact);
+    list.add(columns::contactValues, contact);
     return callFunction(std::string("SELECT add_contact") + list.values());
 }
 
@@ -45,8 +28,7 @@ int DatabaseCommandExecutor::addContact(ContactRecord& contact) {
     if (!checkConnect())
         return -1;
     ValueString list;
-    list.add("csid", std::to_string(contact.csid()));
-    addContactValues(list, contact);
+    list.add(columns::contactInsert, contact);
     std::string sql = std::string("INSERT INTO contact") + list.names() + " VALUES" + list.values() + ";";
     m_trace.prn("%s", sql.c_str());
     QueryResultPtr result;

@@ -30,12 +30,7 @@ int DatabaseCommandExecutor::addSubscriber(const SubscriberRecord& subscriber) {
     if (!checkConnect())
         return -1;
     ValueString list;
-    list.add("sid", std::to_string(subscriber.sid()));
-    list.addEscaped("auth_user_id", subscriber.userId());
-    list.addEscaped("s_type", subscriber.type());
-    list.addEscaped("auth_type", subscriber.authType());
-    list.addEscaped("s_password", subscriber.password());
-    list.addEscaped("active", subscriber.active());
+    list.add(columns::subscriberInsert, subscriber);
     std::string sql = std::string("INSERT INTO subscriber ") + list.names() + " VALUES" + list.values();
     QueryResultPtr result;
     if (!run(sql, result))
@@ -116,9 +111,7 @@ DatabaseResult DatabaseCommandExecutor::addContactSet(const ContactSetRecord& co
     if (!checkConnect())
         return failure(DatabaseResult::CONNECTION_ERROR);
     ValueString list;
-    list.add("sid", std::to_string(contactSet.sid()));
-    list.add("csid", std::to_string(contactSet.csid()));
-    list.addEscaped("ordering", contactSet.ordering());
+    list.add(columns::contactSetInsert, contactSet);
     return execute(std::string("INSERT INTO contact_set") + list.names() + " VALUES" + list.values());
 }
 
@@ -162,9 +155,7 @@ int DatabaseCommandExecutor::addPublicAddress(const PublicAddressRecord& address
         return -1;
     }
     ValueString list;
-    list.addEscaped("handle", address.handle());
-    list.addEscaped("sip_domain", address.domain());
-    list.add("csid", std::to_string(address.csid()));
+    list.add(columns::publicAddressInsert, address);
     std::string sql = std::string("INSERT INTO public_address") + list.names() + " VALUES" + list.values();
     QueryResultPtr result;
     return run(sql, result) ? 0 : -1;

@@ -97,9 +97,7 @@ DatabaseResult DatabaseCommandExecutor::addVisitingUser(int sid) {
     if (!outcome.notFound())
         return outcome;
     ValueString row;
-    row.add("packet_type", "subscriber");
-    row.add("id", std::to_string(sid));
-    row.add("expires", std::to_string(std::time(nullptr) + VISITOR_LIFETIME));
+    row.add(columns::visitingUserInsert, columns::VisitingUser{sid, std::time(nullptr) + VISITOR_LIFETIME});
     std::string sql = std::string("INSERT INTO replica_extra") + row.names() + " VALUES" + row.values() + ";";
     m_trace.prn("DB cmd: %s", sql.c_str());
     QueryResultPtr result;
@@ -133,7 +131,8 @@ DatabaseResult DatabaseCommandExecutor::deleteVisitingUser(int sid) {
 DatabaseResult DatabaseCommandExecutor::updateTimer(const char* handle, const char* domain, int expires) {
     DatabaseResult outcome;
     if (expires <= 0) {
-        m_trace.prn("updateTimer: no update for %s@%s", handle != nullptr ? handle : "", domain != nullptr ? domain : "");
+        m_trace.prn("updateTimer: no update for %s@%s", handle != nullptr ? handle : "",
+                    domain != nullptr ? domain : "");
         return outcome;
     }
     if (!checkConnect()) {

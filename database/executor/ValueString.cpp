@@ -29,10 +29,6 @@ void ValueString::add(const char* name, const char* value) {
     addValue(value);
 }
 
-void ValueString::add(const char* name, const std::string& value) {
-    add(name, value.empty() ? nullptr : value.c_str());
-}
-
 void ValueString::addEscaped(const char* name, const char* value) {
     if (value == nullptr)
         add(name, value);
@@ -40,14 +36,10 @@ void ValueString::addEscaped(const char* name, const char* value) {
         add(name, velm::EscapedString(value).value());
 }
 
-void ValueString::addEscaped(const char* name, const std::string& value) {
-    add(name, std::string(velm::EscapedString(value).value()));
-}
-
-void ValueString::addExplicit(const char* name, long value) {
+void ValueString::addLiteral(const char* name, const std::string& literal) {
     addName(name);
     separate(m_values);
-    m_values += std::to_string(value);
+    m_values += literal;
 }
 
 const char* ValueString::names() {

@@ -2,12 +2,15 @@
 #ifndef VELM_VALUESTRING_H
 #define VELM_VALUESTRING_H
 
+#include "Columns.h"
+
 #include <string>
 
 // The column list and the value list of one INSERT statement, built in step:
 // names() gives "(a,b,c)" and values() "('x',NULL,7)". Each of names() and
 // values() appends the closing parenthesis, so call each once per statement.
-// add() puts values in verbatim; addEscaped() escapes them first.
+// add() puts values in verbatim; addEscaped() escapes them first; a column
+// table adds its columns each quoted as the table says.
 class ValueString {
 public:
     ValueString() : m_names("("), m_values("(") {}
@@ -16,19 +19,20 @@ public:
     // A quoted value, or NULL for a null text.
     void addValue(const char* value);
     void add(const char* name, const char* value);
-    // An empty text is stored as NULL.
-    void add(const char* name, const std::string& value);
     // As add(), with the value escaped for the quoted literal: the form for
     // every text that comes from outside.
     void addEscaped(const char* name, const char* value);
-    void addEscaped(const char* name, const std::string& value);
-    // An unquoted number.
-    void addExplicit(const char* name, long value);
+    template <class Row>
+    void add(const velm::columns::Columns<Row>& columns, const Row& row) {
+        for (const velm::columns::Column<Row>& column : columns)
+            addLiteral(column.name, velm::columns::literal(column.quoting, column.value(row)));
+    }
 
     const char* names();
     const char* values();
 
 private:
+    void addLiteral(const char* name, const std::string& literal);
     void separate(std::string& list);
 
     std::string m_names;

@@ -4,6 +4,9 @@
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "RegistrationText.h"
+#include "TransactionClosing.h"
+
+#include <iterator>
 
 namespace velm {
 
@@ -12,6 +15,32 @@ using namespace registration;
 namespace {
 
 const char* const OPERATION = "updateContacts";
+
+// The failure points of the step-by-step form, in the order it meets them,
+// and how each ends the transaction (CLOSINGS is in the same order).
+enum FailurePoint {
+    END_BEGIN,
+    ROLLBACK_LOOKUP,
+    ROLLBACK_UNKNOWN,
+    ROLLBACK_UPDATE,
+    ROLLBACK_REREAD,
+    ROLLBACK_LOST,
+    ROLLBACK_COMMIT,
+    FAILURE_POINTS
+};
+
+const registration::Closing CLOSINGS[] = {
+    {"END TRANSACTION;", "updateContacts BEGIN end failed try again: ", 4, "updateContacts second END failed : "},
+    {"ROLLBACK TRANSACTION;", "updateContacts rollback failed try again: ", 7,
+     "updateContacts second rollback failed : "},
+    {"ROLLBACK TRANSACTION;", nullptr, 9, nullptr},
+    {"ROLLBACK;", nullptr, 12, "updateContacts second ROLLBACK failed : "},
+    {"ROLLBACK TRANSACTION;", "updateContacts rollback failed after update try again: ", 15,
+     "updateContacts second rollback failed : "},
+    {"ROLLBACK TRANSACTION;", nullptr, 17, nullptr},
+    {"ROLLBACK;", nullptr, 20, "updateContacts ROLLBACK failed : "},
+};
+static_assert(std::size(CLOSINGS) == FAILURE_POINTS, "one closing for each failure point");
 
 } // namespace
 
@@ -48,14 +77,10 @@ DatabaseResult LocationService::updateContacts(int key, std::vector<ContactRecor
         return result;
     m_trace.prn("updateContacts invoked for key=%d", key);
 
-    static const Closing endBegin{"END TRANSACTION;", "updateContacts BEGIN end failed try again: ", 4,
-                                  "updateContacts second END failed : "};
     result = m_exec->execute("BEGIN TRANSACTION;");
     if (!result.okay())
-        return failStep(result, OPERATION, 2, "updateContacts BEGIN failed: ", endBegin);
+        return failStep(result, OPERATION, 2, "updateContacts BEGIN failed: ", CLOSINGS[END_BEGIN]);
 
-    static const Closing rollbackLookup{"ROLLBACK TRANSACTION;", "updateContacts rollback failed try again: ", 7,
-                                        "updateContacts second rollback failed : "};
     ContactRecord set = contacts.empty() ? ContactRecord() : contacts.front();
     std::vector<ContactRecord> existing;
     result = m_exec->execute(lockSet(csidSelect(key)));
@@ -66,17 +91,16 @@ DatabaseResult LocationService::updateContacts(int key, std::vector<ContactRecor
         result.setErrorMessage("ExistingContacts empty");
     }
     if (!result.okay())
-        return failStep(result, OPERATION, 5, "updateContacts lookupContacts failed: ", rollbackLookup);
+        return failStep(result, OPERATION, 5, "updateContacts lookupContacts failed: ", CLOSINGS[ROLLBACK_LOOKUP]);
 
-    static const Closing rollbackUnknown{"ROLLBACK TRANSACTION;", nullptr, 9, nullptr};
-    static const Closing rollbackUpdate{"ROLLBACK;", nullptr, 12, "updateContacts second ROLLBACK failed : "};
     for (const ContactRecord& contact : contacts) {
         int index = matchStored(contact, existing, false);
         if (index < 0) {
             result.setBadParameter();
             result.setErrorMessage("re-reg address not found");
-            return failStep(result, OPERATION, 0,
-                            "updateContacts lookupContacts failed to find re-reg contact address: ", rollbackUnknown);
+            return failStep(
+                result, OPERATION, 0,
+                "updateContacts lookupContacts failed to find re-reg contact address: ", CLOSINGS[ROLLBACK_UNKNOWN]);
         }
         // A refresh keeps the stored level, so the set keeps its one active
         // contact whatever qvalue the REGISTER carried.
@@ -85,32 +109,31 @@ DatabaseResult LocationService::updateContacts(int key, std::vector<ContactRecor
         std::string selector = " WHERE contact_id = " + std::to_string(existing[index].contactId()) + " ;";
         result = m_exec->execute(registration::updateContact(refreshed, selector));
         if (!result.okay())
-            return failStep(result, OPERATION, 10, "updateContacts commit failed rollback: ", rollbackUpdate);
+            return failStep(result, OPERATION, 10,
+                            "updateContacts commit failed rollback: ", CLOSINGS[ROLLBACK_UPDATE]);
     }
 
-    static const Closing rollbackReread{"ROLLBACK TRANSACTION;", "updateContacts rollback failed after update try again: ",
-                                        15, "updateContacts second rollback failed : "};
-    static const Closing rollbackLost{"ROLLBACK TRANSACTION;", nullptr, 17, nullptr};
     std::vector<ContactRecord> reread;
     result = m_exec->lookupContacts(key, set, reread);
     if (!result.okay())
-        return failStep(result, OPERATION, 13, "updateContacts lookupContacts failed: after update ", rollbackReread);
+        return failStep(result, OPERATION, 13, "updateContacts lookupContacts failed: after update ",
+                        CLOSINGS[ROLLBACK_REREAD]);
     std::vector<ContactRecord> changed;
     for (const ContactRecord& contact : contacts) {
         int index = matchStored(contact, reread, false);
         if (index < 0) {
             result.setBadParameter();
             result.setErrorMessage("re-reg address not found");
-            return failStep(result, OPERATION, 0,
-                            "updateContacts lookupContacts failed to find re-reg contact address: ", rollbackLost);
+            return failStep(
+                result, OPERATION, 0,
+                "updateContacts lookupContacts failed to find re-reg contact address: ", CLOSINGS[ROLLBACK_LOST]);
         }
         changed.push_back(reread[index]);
     }
 
-    static const Closing rollbackCommit{"ROLLBACK;", nullptr, 20, "updateContacts ROLLBACK failed : "};
     result = m_exec->execute("COMMIT TRANSACTION;");
     if (!result.okay())
-        return failStep(result, OPERATION, 18, "updateContacts commit failed : ", rollbackCommit);
+        return failStep(result, OPERATION, 18, "updateContacts commit failed : ", CLOSINGS[ROLLBACK_COMMIT]);
     changedContacts.insert(changedContacts.end(), changed.begin(), changed.end());
     return result;
 }
@@ -123,7 +146,8 @@ DatabaseResult LocationService::updateContactsAC(int key, std::vector<ContactRec
     if (!result.okay())
         return result;
     for (const ContactRecord& contact : contacts) {
-        result = m_exec->execute(registration::updateContact(contact, byCsidAndAddress(contact, csidSelect(key), true)));
+        result =
+            m_exec->execute(registration::updateContact(contact, byCsidAndAddress(contact, csidSelect(key), true)));
         if (!result.okay()) {
             alarmOnFatal("updateContactsAC", result);
             m_trace.prn("update contacts failed");

@@ -6,6 +6,9 @@
 #include "DatabaseCommandExecutor.h"
 #include "QueryResultPtr.h"
 #include "RegistrationText.h"
+#include "TransactionClosing.h"
+
+#include <iterator>
 
 namespace velm {
 
@@ -14,6 +17,32 @@ using namespace registration;
 namespace {
 
 const char* const OPERATION = "registerContacts";
+
+// The failure points of the step-by-step form, in the order it meets them,
+// and how each ends the transaction (CLOSINGS is in the same order).
+enum FailurePoint {
+    END_BEGIN,
+    END_CONVERT,
+    END_LOOKUP,
+    ROLLBACK_DEMOTION,
+    ROLLBACK_INSERT,
+    ROLLBACK_READ_BACK,
+    ROLLBACK_COMMIT,
+    FAILURE_POINTS
+};
+
+const registration::Closing CLOSINGS[] = {
+    {"END TRANSACTION;", "registerContacts BEGIN end failed try again: ", 6, "registerContacts second END failed : "},
+    {"END TRANSACTION;", "registerContacts qValue convert end failed try again: ", 8,
+     "registerContacts second qValue convert END failed : "},
+    {"END TRANSACTION;", "registerContacts END failed try again: ", 9, "registerContacts second END failed : "},
+    {"ROLLBACK;", nullptr, 11, "registerContacts second ROLLBACK failed : "},
+    {"ROLLBACK;", nullptr, 14, "registerContacts second rollback failed : "},
+    {"ROLLBACK;", "activeContacts lookupContacts rollback failed try again: ", 17,
+     "removeExpiredContacts lookupContacts second rollback failed : "},
+    {"ROLLBACK;", nullptr, 20, "registerContacts second completion failed : "},
+};
+static_assert(std::size(CLOSINGS) == FAILURE_POINTS, "one closing for each failure point");
 
 } // namespace
 
@@ -51,17 +80,13 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
         return result;
     m_trace.prn("registering contacts for key=%d", key);
 
-    static const Closing endBegin{"END TRANSACTION;", "registerContacts BEGIN end failed try again: ", 6,
-                                  "registerContacts second END failed : "};
     result = m_exec->execute("BEGIN TRANSACTION; ");
     if (!result.okay())
-        return failStep(result, OPERATION, 4, "registerContacts BEGIN failed: ", endBegin);
+        return failStep(result, OPERATION, 4, "registerContacts BEGIN failed: ", CLOSINGS[END_BEGIN]);
 
-    static const Closing endConvert{"END TRANSACTION;", "registerContacts qValue convert end failed try again: ", 8,
-                                    "registerContacts second qValue convert END failed : "};
     DatabaseResult invalid;
     if (!validQvalues(contacts, invalid))
-        return failStep(invalid, OPERATION, 0, "registerContacts qValue convert failed: ", endConvert);
+        return failStep(invalid, OPERATION, 0, "registerContacts qValue convert failed: ", CLOSINGS[END_CONVERT]);
 
     // The first contact of the REGISTER decides whether the new contacts
     // become the set's active contact.
@@ -81,14 +106,12 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
     }
     m_trace.prn("registering contact qvalue (%f) not = qvalue zero (%f), so set to 0.8", parsed, 0.0);
 
-    static const Closing endLookup{"END TRANSACTION;", "registerContacts END failed try again: ", 9,
-                                   "registerContacts second END failed : "};
     std::vector<ContactRecord> existing;
     result = m_exec->execute(lockSet(csidSelect(key)));
     if (result.okay())
         result = m_exec->lookupContacts(key, registering, existing);
     if (!result.okay())
-        return failStep(result, OPERATION, 7, "registerContacts lookupContacts failed: ", endLookup);
+        return failStep(result, OPERATION, 7, "registerContacts lookupContacts failed: ", CLOSINGS[END_LOOKUP]);
 
     int csid = -1;
     for (const ContactRecord& contact : existing)
@@ -99,7 +122,6 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
 
     std::vector<ContactRecord> demoted;
     if (level != 0.0) {
-        static const Closing rollbackDemotion{"ROLLBACK;", nullptr, 11, "registerContacts second ROLLBACK failed : "};
         for (ContactRecord contact : existing) {
             if (!isActive(contact.qvalue()))
                 continue;
@@ -107,23 +129,20 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
             result = updateContact(key, contact);
             if (!result.okay())
                 return failStep(result, OPERATION, 0, "registerContacts updateContact failed rollback: ",
-                                rollbackDemotion);
+                                CLOSINGS[ROLLBACK_DEMOTION]);
             demoted.push_back(contact);
         }
     } else {
         m_trace.prn("registering contact  qvalue (%f) is not changed.", level);
     }
 
-    static const Closing rollbackInsert{"ROLLBACK;", nullptr, 14, "registerContacts second rollback failed : "};
-    static const Closing rollbackReadBack{"ROLLBACK;", "activeContacts lookupContacts rollback failed try again: ", 17,
-                                          "removeExpiredContacts lookupContacts second rollback failed : "};
     const std::string csidText = csid != -1 ? std::to_string(csid) : csidSelect(key);
     std::vector<ContactRecord> inserted;
     for (ContactRecord contact : contacts) {
         contact.setQvalue(levelText(level));
         result = m_exec->execute(insertContact(contact, csidText, InsertForm::Step));
         if (!result.okay())
-            return failStep(result, OPERATION, 12, "registerContacts failed rollback: ", rollbackInsert);
+            return failStep(result, OPERATION, 12, "registerContacts failed rollback: ", CLOSINGS[ROLLBACK_INSERT]);
         ContactRecord stored;
         result = m_exec->lookupMatchingContact(csid > 0 ? csid : 0, key, contact, stored);
         if (result.okay() && stored.contactId() < 1) {
@@ -131,16 +150,16 @@ DatabaseResult LocationService::registerContacts(int key, std::vector<ContactRec
             result.setErrorMessage("contact_id < 1");
         }
         if (!result.okay())
-            return failStep(result, OPERATION, 15, nullptr, rollbackReadBack);
+            return failStep(result, OPERATION, 15, nullptr, CLOSINGS[ROLLBACK_READ_BACK]);
         contact.setContactid(stored.contactId());
         contact.setCsid(stored.csid());
         inserted.push_back(contact);
     }
 
-    static const Closing rollbackCommit{"ROLLBACK;", nullptr, 20, "registerContacts second completion failed : "};
     result = m_exec->execute("COMMIT TRANSACTION;");
     if (!result.okay())
-        return failStep(result, OPERATION, 18, "registerContacts COMMIT failed so rollback: ", rollbackCommit);
+        return failStep(result, OPERATION, 18,
+                        "registerContacts COMMIT failed so rollback: ", CLOSINGS[ROLLBACK_COMMIT]);
 
     changedContacts.insert(changedContacts.end(), demoted.begin(), demoted.end());
     for (const ContactRecord& contact : inserted) {

@@ -5,6 +5,7 @@
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "SipAddr.h"
+#include "TransactionClosing.h"
 
 namespace velm {
 

@@ -4,6 +4,9 @@
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "RegistrationText.h"
+#include "TransactionClosing.h"
+
+#include <iterator>
 
 #include <algorithm>
 
@@ -14,6 +17,31 @@ using namespace registration;
 namespace {
 
 const char* const OPERATION = "unregisterContacts";
+
+// The failure points of the step-by-step form, in the order it meets them,
+// and how each ends the transaction (CLOSINGS is in the same order).
+enum FailurePoint {
+    END_BEGIN,
+    ROLLBACK_LOOKUP,
+    ROLLBACK_EMPTY,
+    ROLLBACK_UNKNOWN,
+    ROLLBACK_DELETE,
+    ROLLBACK_PROMOTION,
+    ROLLBACK_COMMIT,
+    FAILURE_POINTS
+};
+
+const registration::Closing CLOSINGS[] = {
+    {"END TRANSACTION;", "unregisterContacts BEGIN end failed try again: ", 4,
+     "unregisterContacts second END failed : "},
+    {"ROLLBACK;", "unregisterContacts ROLLBACK failed try again: ", 7, "unregisterContacts second ROLLBACK failed : "},
+    {"ROLLBACK TRANSACTION;", nullptr, 9, nullptr},
+    {"ROLLBACK TRANSACTION;", nullptr, 11, nullptr},
+    {"ROLLBACK TRANSACTION;", nullptr, 14, nullptr},
+    {"ROLLBACK;", nullptr, 16, "unregisterContacts second ROLLBACK failed after updateContacts "},
+    {"ROLLBACK;", nullptr, 19, "unregisterContacts second ROLLBACK failed after commit failed: "},
+};
+static_assert(std::size(CLOSINGS) == FAILURE_POINTS, "one closing for each failure point");
 
 } // namespace
 
@@ -60,27 +88,22 @@ DatabaseResult LocationService::unregisterContacts(int key, std::vector<ContactR
     m_trace.prn("wildcard = '%s'", wildcard ? "TRUE" : "FALSE");
     m_trace.prn("unregistering contacts for key=%d", key);
 
-    static const Closing endBegin{"END TRANSACTION;", "unregisterContacts BEGIN end failed try again: ", 4,
-                                  "unregisterContacts second END failed : "};
     result = m_exec->execute("BEGIN TRANSACTION; ");
     if (!result.okay())
-        return failStep(result, OPERATION, 2, "unregisterContacts BEGIN failed: ", endBegin);
+        return failStep(result, OPERATION, 2, "unregisterContacts BEGIN failed: ", CLOSINGS[END_BEGIN]);
 
-    static const Closing rollbackLookup{"ROLLBACK;", "unregisterContacts ROLLBACK failed try again: ", 7,
-                                        "unregisterContacts second ROLLBACK failed : "};
     ContactRecord set = contacts.empty() ? ContactRecord() : contacts.front();
     std::vector<ContactRecord> existing;
     result = m_exec->execute(lockSet(csidSelect(key)));
     if (result.okay())
         result = m_exec->lookupContacts(key, set, existing);
     if (!result.okay())
-        return failStep(result, OPERATION, 5, "unregisterContacts lookupContacts failed: ", rollbackLookup);
+        return failStep(result, OPERATION, 5, "unregisterContacts lookupContacts failed: ", CLOSINGS[ROLLBACK_LOOKUP]);
     if (existing.empty()) {
-        static const Closing rollbackEmpty{"ROLLBACK TRANSACTION;", nullptr, 9, nullptr};
         m_trace.prn("unregisterContacts: no contacts registered ");
         result.setBadParameter();
         result.setErrorMessage("unregisteringContacts: no contacts");
-        return failStep(result, OPERATION, 0, nullptr, rollbackEmpty);
+        return failStep(result, OPERATION, 0, nullptr, CLOSINGS[ROLLBACK_EMPTY]);
     }
 
     // Which stored contacts go, and whether the one inactive contact left
@@ -91,11 +114,10 @@ DatabaseResult LocationService::unregisterContacts(int key, std::vector<ContactR
         for (const ContactRecord& contact : contacts) {
             int index = matchStored(contact, existing, true);
             if (index < 0) {
-                static const Closing rollbackUnknown{"ROLLBACK TRANSACTION;", nullptr, 11, nullptr};
                 m_trace.prn("unregisterContacts: contact not registered ");
                 result.setBadParameter();
                 result.setErrorMessage("unregistering contact not registered");
-                return failStep(result, OPERATION, 0, nullptr, rollbackUnknown);
+                return failStep(result, OPERATION, 0, nullptr, CLOSINGS[ROLLBACK_UNKNOWN]);
             }
             removed[index] = true;
         }
@@ -107,7 +129,6 @@ DatabaseResult LocationService::unregisterContacts(int key, std::vector<ContactR
             promoted = remaining.firstInactive();
     }
 
-    static const Closing rollbackDelete{"ROLLBACK TRANSACTION;", nullptr, 14, nullptr};
     int csid = set.csid() != -1 ? set.csid() : existing.front().csid();
     std::vector<ContactRecord> deleted;
     if (wildcard) {
@@ -121,7 +142,7 @@ DatabaseResult LocationService::unregisterContacts(int key, std::vector<ContactR
         }
         result = m_exec->execute(sql);
         if (!result.okay())
-            return failStep(result, OPERATION, 12, "unregisterContacts execute failed", rollbackDelete);
+            return failStep(result, OPERATION, 12, "unregisterContacts execute failed", CLOSINGS[ROLLBACK_DELETE]);
         for (const ContactRecord& contact : existing)
             if (contact.permanent() == "f")
                 deleted.push_back(contact);
@@ -133,27 +154,24 @@ DatabaseResult LocationService::unregisterContacts(int key, std::vector<ContactR
             result = m_exec->execute("DELETE FROM contact WHERE contact_id = " +
                                      std::to_string(existing[index].contactId()) + "; ");
             if (!result.okay())
-                return failStep(result, OPERATION, 12, "unregisterContacts execute failed", rollbackDelete);
+                return failStep(result, OPERATION, 12, "unregisterContacts execute failed", CLOSINGS[ROLLBACK_DELETE]);
             deleted.push_back(existing[index]);
         }
     }
 
     if (promoted >= 0) {
-        static const Closing rollbackPromotion{"ROLLBACK;", nullptr, 16,
-                                               "unregisterContacts second ROLLBACK failed after updateContacts "};
         m_trace.prn("unregister execute okay now try to updateContact q value");
         existing[promoted].setQvalue(ACTIVE);
         result = updateContact(key, existing[promoted]);
         if (!result.okay())
             return failStep(result, OPERATION, 0, "unregisterContacts updateContact failed rollback: ",
-                            rollbackPromotion);
+                            CLOSINGS[ROLLBACK_PROMOTION]);
     }
 
-    static const Closing rollbackCommit{"ROLLBACK;", nullptr, 19,
-                                        "unregisterContacts second ROLLBACK failed after commit failed: "};
     result = m_exec->execute("COMMIT TRANSACTION;");
     if (!result.okay())
-        return failStep(result, OPERATION, 17, "unregisterContacts commit failed rollback: ", rollbackCommit);
+        return failStep(result, OPERATION, 17,
+                        "unregisterContacts commit failed rollback: ", CLOSINGS[ROLLBACK_COMMIT]);
 
     if (promoted >= 0)
         changedContacts.push_back(existing[promoted]);

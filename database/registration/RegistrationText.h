@@ -2,6 +2,7 @@
 #ifndef VELM_REGISTRATIONTEXT_H
 #define VELM_REGISTRATIONTEXT_H
 
+#include "Columns.h"
 #include "DatabaseResult.h"
 
 #include <string>
@@ -31,6 +32,15 @@ bool validQvalues(const std::vector<ContactRecord>& contacts, DatabaseResult& re
 
 // The contact set of public address `key`, as a sub-select.
 std::string csidSelect(int key);
+
+// A contact as it is inserted, with its set: a number or a sub-select.
+struct Registering {
+    const ContactRecord& contact;
+    const std::string& csid;
+};
+// The columns of the contact INSERT and UPDATE below, in statement order.
+extern const columns::Columns<Registering> insertedColumns;
+extern const columns::Columns<ContactRecord> updatedColumns;
 
 // The three spellings of the INSERT of a contact: inside a transaction
 // script, as a step of its own, and under auto-commit.

@@ -29,6 +29,10 @@ class ProxyConfig;
 class SipEventAggregator;
 class SubscriberRecord;
 class TrustedHostRecord;
+
+namespace registration {
+struct Closing;
+}
 class remoteFilter;
 
 // The facade of the registrar and the proxy: one instance per thread, each
@@ -376,15 +380,9 @@ private:
     // The alarm of numbered step `step` of `operation`, when `result` is fatal.
     void alarmStep(const char* operation, int step, const DatabaseResult& result);
 
-    // How a failed registration step ends its transaction: the closing
-    // statement, the log text when it fails once, and the alarm step and log
-    // text when it fails a second time (null texts are not logged).
-    struct Closing {
-        const char* statement;
-        const char* retryMessage;
-        int step;
-        const char* secondMessage;
-    };
+    // How a failed registration step ends its transaction (defined with the
+    // registration forms).
+    using Closing = registration::Closing;
     // Alarms a fatal `failure` as step `step` (0: no alarm of its own), logs
     // `message` with its text, closes the transaction; returns `failure`.
     DatabaseResult failStep(const DatabaseResult& failure, const char* operation, int step, const char* message,

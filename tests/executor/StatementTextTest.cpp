@@ -10,33 +10,40 @@
 
 using velm::EscapedString;
 
-TEST(ValueString, BuildsColumnAndValueListsWithNullsAndNumbers) {
+TEST(ValueString, BuildsColumnAndValueListsWithNulls) {
     ValueString list;
     list.add("a", "x");
     list.add("b", static_cast<const char*>(nullptr));
-    list.addExplicit("c", 7);
+    list.add("c", "");
     EXPECT_STREQ("(a,b,c)", list.names());
-    EXPECT_STREQ("('x',NULL,7)", list.values());
+    EXPECT_STREQ("('x',NULL,'')", list.values());
     // Each call closes the list again: the statement must ask once.
     EXPECT_STREQ("(a,b,c))", list.names());
-}
-
-TEST(ValueString, EmptyStdStringBecomesNullButEmptyCStringStaysQuoted) {
-    ValueString list;
-    list.add("empty", std::string());
-    list.add("quoted", "");
-    list.add("text", std::string("v"));
-    list.addExplicit("negative", -12);
-    EXPECT_STREQ("(empty,quoted,text,negative)", list.names());
-    EXPECT_STREQ("(NULL,'','v',-12)", list.values());
-}
-
-TEST(ValueString, FirstEntryHasNoLeadingComma) {
-    ValueString numbersOnly;
-    numbersOnly.addExplicit("n", 1);
-    EXPECT_STREQ("(1)", numbersOnly.values());
     ValueString empty;
     EXPECT_STREQ("()", empty.names());
+}
+
+TEST(ColumnQuoting, EachKindWritesItsLiteral) {
+    using velm::columns::Quoting;
+    const struct {
+        Quoting quoting;
+        std::string value;
+        const char* literal;
+    } cases[] = {
+        {Quoting::Bare, "-12", "-12"},
+        {Quoting::Quoted, "7", "'7'"},
+        {Quoting::Escaped, "o'x", "'o''x'"},
+        {Quoting::Escaped, "", "''"},
+        {Quoting::Escaped, std::string("cut\0'", 5), "'cut'"},
+        {Quoting::EscapedOrNull, "o'x", "'o''x'"},
+        {Quoting::EscapedOrNull, "", "NULL"},
+    };
+    for (const auto& c : cases)
+        EXPECT_EQ(c.literal, velm::columns::literal(c.quoting, c.value)) << c.value;
+    EXPECT_FALSE(velm::columns::isEscaped(Quoting::Bare));
+    EXPECT_FALSE(velm::columns::isEscaped(Quoting::Quoted));
+    EXPECT_TRUE(velm::columns::isEscaped(Quoting::Escaped));
+    EXPECT_TRUE(velm::columns::isEscaped(Quoting::EscapedOrNull));
 }
 
 TEST(EscapedString, DoublesQuotesAndBackslashesAsLibpqDoes) {
