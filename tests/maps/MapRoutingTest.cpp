@@ -1,0 +1,386 @@
+// Routing by the digit-prefix tree, the digit map and the address map, with their refusals and database failures.
+#include "AddressMap.h"
+#include "AlarmCapture.h"
+#include "ContactRecord.h"
+#include "LocationService.h"
+#include "PrefixMapRecord.h"
+#include "PrefixMaps.h"
+#include "Provisioning.h"
+#include "Registrations.h"
+#include "TestServer.h"
+#include "TraceCapture.h"
+
+#include <gtest/gtest.h>
+
+#include <ctime>
+#include <set>
+#include <string>
+#include <vector>
+
+using velm::DatabaseResult;
+using velm::LocationService;
+using Names = std::vector<std::string>;
+
+namespace {
+
+const char* const MODIFIED = "'Sun Nov 15 06:20:45 2026'";
+const char* const FAILED = "zuVELMProxyDBAccessFailed";
+
+using Lookup = DatabaseResult (LocationService::*)(const char*, std::string&, bool&, std::vector<velm::ContactRecord>&);
+
+struct PrefixRow {
+    const char* prefix;
+    int csid;
+    int totalLength;
+};
+
+class MapRouting : public testing::Test {
+protected:
+    void SetUp() override {
+        DatabaseResult connected = service.connect(db.name().c_str(), "velm", "pw");
+        ASSERT_TRUE(connected.okay()) << connected.getErrorMessage();
+        velmtest::Provisioning provisioning(db.admin());
+        provisioning.subscriber(1);
+        for (int csid = 2; csid <= 9; ++csid)
+            provisioning.contactSet(csid, 1);
+    }
+    void TearDown() override { service.destroyPrefixmap(); }
+
+    // A freshly filled prefix table, rows in the given order.
+    void fill(const std::vector<PrefixRow>& rows) {
+        db.admin().exec("TRUNCATE prefix_map");
+        for (const PrefixRow& row : rows)
+            db.admin().exec(std::string("INSERT INTO prefix_map (prefix, csid, total_length) VALUES ('") + row.prefix +
+                            "', " + std::to_string(row.csid) + ", " + std::to_string(row.totalLength) + ")");
+    }
+    int find(const char* user, int start = 0) { return velmtest::prefixCsid(service, user, start); }
+
+    // Subscriber 2, whose contact set 20 and address visitor@example.com are
+    // served by node 7, seen from node 1.
+    void visitor() {
+        velmtest::Provisioning provisioning(db.admin());
+        provisioning.subscriber(2);
+        provisioning.contactSet(20, 2);
+        provisioning.publicAddress(20, "visitor", "example.com", 20, true);
+        db.admin().exec("INSERT INTO velm_users (sid, node_id) VALUES (2, 7)");
+        db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '1')");
+    }
+    // A contact set of no subscriber with one permanent contact.
+    void gateway(int csid, const std::string& address) {
+        db.admin().exec("INSERT INTO contact_set (csid, ordering) VALUES (" + std::to_string(csid) + ", 'sequential')");
+        velmtest::Provisioning(db.admin()).permanentContact(csid, address);
+    }
+    void row(const std::string& handle, int csid, const std::string& pattern, int priority,
+             const std::string& modified = MODIFIED) {
+        db.admin().exec("INSERT INTO address_map (handle, csid, pattern, priority, modification_time) VALUES (" +
+                        handle + ", " + std::to_string(csid) + ", '" + pattern + "', " + std::to_string(priority) +
+                        ", " + modified + ")");
+    }
+    // The addresses the request is routed to, and the ordering it is told.
+    Names route(const char* requestUri, DatabaseResult& result, Lookup lookup = &LocationService::lookupAddressMap) {
+        redirect = true;
+        std::vector<velm::ContactRecord> contacts;
+        result = (service.*lookup)(requestUri, ordering, redirect, contacts);
+        return velmtest::addresses(contacts);
+    }
+    Names keys() {
+        Names keys;
+        service.getMapKeys(keys);
+        return keys;
+    }
+
+    velmtest::TestDatabase db;
+    velmtest::AlarmCapture alarms;
+    LocationService service;
+    std::string ordering;
+    bool redirect = true;
+};
+
+} // namespace
+
+TEST_F(MapRouting, PrefixWalkLeavesTheCsidOfTheDeepestMatchingNode) {
+    struct Case {
+        const char* what;
+        std::vector<PrefixRow> rows;
+        std::vector<std::pair<const char*, int>> lookups; // user -> csid, starting from 0
+    };
+    const Case cases[] = {
+        {"a leaf ends the walk", {{"9", 3, 0}}, {{"9123", 3}, {"9", 3}, {"8", 0}}},
+        {"a longer prefix wins below a shorter one", {{"9", 3, 0}, {"91", 4, 0}}, {{"92", 3}, {"91", 4}, {"912", 4}}},
+        {"an inner node on the way sets the csid back", {{"12", 5, 0}, {"1234", 7, 0}},
+         {{"123", 0}, {"12345", 7}, {"12", 5}, {"1", 0}}},
+        {"a shorter prefix added later marks the inner node", {{"1234", 7, 0}, {"12", 5, 0}},
+         {{"12", 5}, {"123", 0}, {"1234", 7}}},
+        {"a total length must equal the user's", {{"555", 8, 7}}, {{"5551234", 8}, {"555123", 0}, {"55512345", 0}}},
+        {"a node of another length neither sets nor resets", {{"5", 2, 0}, {"55", 6, 4}},
+         {{"551", 2}, {"5512", 6}, {"55", 2}}},
+        {"the later of two equal prefixes wins", {{"7", 3, 0}, {"7", 4, 0}}, {{"7", 4}, {"70", 4}}},
+        {"the later row's length wins too", {{"8", 4, 0}, {"8", 3, 5}}, {{"8", 0}, {"81234", 3}}},
+        {"an empty prefix matches only an empty user", {{"", 3, 0}, {"4", 4, 0}}, {{"", 3}, {"1", 0}, {"4", 4}}},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.what);
+        fill(c.rows);
+        ASSERT_TRUE(service.recreatePrefixMap().okay());
+        for (const auto& lookup : c.lookups)
+            EXPECT_EQ(lookup.second, find(lookup.first)) << "user " << lookup.first;
+    }
+    // Where even the first digit matches nothing, the csid is left alone.
+    EXPECT_EQ(42, find("9", 42));
+}
+
+TEST_F(MapRouting, OnlyARecreateOrDestroyReplacesThePrefixTree) {
+    fill({{"9", 3, 0}});
+    ASSERT_TRUE(service.createPrefixMap().okay());
+    velm::PrefixMap* first = LocationService::m_prefixMap;
+    ASSERT_NE(nullptr, first);
+    fill({{"8", 4, 0}});
+    EXPECT_TRUE(service.createPrefixMap().okay());
+    EXPECT_EQ(first, LocationService::m_prefixMap);
+    EXPECT_EQ(0, find("8"));
+    EXPECT_TRUE(service.recreatePrefixMap().okay());
+    EXPECT_EQ(0, find("9"));
+    EXPECT_EQ(4, find("8"));
+    service.destroyPrefixmap();
+    service.destroyPrefixmap();
+    EXPECT_EQ(nullptr, LocationService::m_prefixMap);
+}
+
+TEST_F(MapRouting, PrefixRowsAndCounterComeFromTheDatabaseAndFailuresLeaveNoTree) {
+    int counter = -1;
+    ASSERT_TRUE(service.checkPrefixMap(&counter).okay());
+    EXPECT_EQ(0, counter);
+    fill({{"9", 3, 0}, {"91", 4, 8}});
+    ASSERT_TRUE(service.checkPrefixMap(&counter).okay());
+    EXPECT_EQ(3, counter) << "the truncate and both inserts raise it";
+    std::vector<velm::PrefixMapRecord> maps;
+    ASSERT_TRUE(service.getPrefixMap(maps).okay());
+    ASSERT_EQ(2u, maps.size());
+    EXPECT_EQ("91", maps[1].prefix());
+    EXPECT_EQ(4, maps[1].csid());
+    EXPECT_EQ(8, maps[1].total_length());
+    EXPECT_TRUE(service.checkPrefixMap(nullptr).badParameter());
+    ASSERT_TRUE(service.createPrefixMap().okay());
+
+    velmtest::TraceCapture capture({"LocationService"});
+    db.admin().exec("DROP TABLE prefix_map; DROP TABLE trigger_notify");
+    DatabaseResult result = service.recreatePrefixMap();
+    EXPECT_TRUE(result.queryError());
+    EXPECT_EQ(nullptr, LocationService::m_prefixMap);
+    DatabaseResult check = service.checkPrefixMap(&counter);
+    EXPECT_TRUE(check.queryError());
+    EXPECT_EQ((Names{"database failure - createPrefix. " + result.getErrorMessage(),
+                     "database failure - checkPrefixMap. " + check.getErrorMessage()}),
+              alarms.texts(FAILED));
+    EXPECT_TRUE(capture.contains("LocationService", "checking of prefix_map failed"));
+
+    // Without a connection: the guard's answer, no alarm, still no tree.
+    LocationService unconnected;
+    result = unconnected.createPrefixMap();
+    EXPECT_TRUE(result.connectionError());
+    EXPECT_EQ("lookup attempted without a database connection", result.getErrorMessage());
+    EXPECT_EQ(nullptr, LocationService::m_prefixMap);
+    EXPECT_EQ(2u, alarms.alarms().size());
+}
+
+TEST_F(MapRouting, DigitMapRoutesByPrefixAndRewritesOnlyTheFirstContact) {
+    velmtest::Provisioning provisioning(db.admin());
+    long later = static_cast<long>(time(nullptr)) + 3600;
+    provisioning.contact(2, "sip:alice@192.0.2.1:5062;transport=tcp", "0.800000", later);
+    provisioning.contact(2, "sip:bob@192.0.2.2:5060", "0.0", later);
+    provisioning.contact(4, "sip:carol@192.0.2.3", "0.800000", later);
+    provisioning.contact(5, "garbage", "0.800000", later);
+    fill({{"555", 2, 0}, {"666", 3, 0}, {"777", 4, 0}, {"888", 5, 0}});
+    ASSERT_TRUE(service.createPrefixMap().okay());
+    struct Case {
+        const char* uri;
+        DatabaseResult::status status;
+        const char* message;
+        Names addresses;
+    };
+    const Case cases[] = {
+        {"sip:5551234@example.com", DatabaseResult::OKAY, "",
+         {"sip:5551234@192.0.2.1:5062;transport=tcp", "sip:bob@192.0.2.2:5060"}},
+        // Without port and parameters the separators stay.
+        {"sips:7771@Example.com;user=phone", DatabaseResult::OKAY, "", {"sips:7771@192.0.2.3:;"}},
+        {"sip:4441@example.com", DatabaseResult::NOTFOUND, "", {}},
+        {"sip:6661@example.com", DatabaseResult::QUERY_ERROR, "no contact found", {}},
+        {"sip:8881@example.com", DatabaseResult::QUERY_ERROR,
+         "lookupDigitMap: contact address garbage is not a SIP URI: not a SIP URI: no scheme", {"garbage"}},
+    };
+    for (const Case& c : cases) {
+        DatabaseResult result;
+        EXPECT_EQ(c.addresses, route(c.uri, result, &LocationService::lookupDigitMap)) << c.uri;
+        EXPECT_EQ(c.status, result.m_status) << c.uri;
+        EXPECT_EQ(c.message, result.getErrorMessage()) << c.uri;
+        EXPECT_EQ("sequential", ordering);
+    }
+    EXPECT_TRUE(alarms.alarms().empty());
+
+    velmtest::TraceCapture capture({"LocationService"});
+    db.admin().exec("DROP TABLE contact CASCADE");
+    DatabaseResult result;
+    route("sip:5551234@example.com", result, &LocationService::lookupDigitMap);
+    EXPECT_TRUE(result.queryError());
+    EXPECT_EQ(Names{"database failure - lookupDigitMap. " + result.getErrorMessage()}, alarms.texts(FAILED));
+    EXPECT_TRUE(capture.contains("LocationService", "lookup failed: " + result.getErrorMessage()));
+
+    // Without a tree nothing is read: an empty answer, no redirect.
+    service.destroyPrefixmap();
+    EXPECT_TRUE(route("sip:5551234@example.com", result, &LocationService::lookupDigitMap).empty());
+    EXPECT_TRUE(result.okay());
+    EXPECT_FALSE(redirect);
+}
+
+// Both maps refuse a request without user or host, and pass a visiting user
+// on before reading a row: the visitor's prefix and an address map that is
+// gone do not matter.
+TEST_F(MapRouting, RefusalsComeBeforeAnyRowIsRead) {
+    visitor();
+    fill({{"v", 2, 0}});
+    ASSERT_TRUE(service.createPrefixMap().okay());
+    db.admin().exec("ALTER TABLE address_map RENAME TO lost");
+    const Lookup digits = &LocationService::lookupDigitMap, addresses = &LocationService::lookupAddressMap;
+    struct Case {
+        Lookup lookup;
+        const char* uri;
+        DatabaseResult::status status;
+        const char* message;
+    };
+    for (const Case& c : {
+             Case{digits, "sip:visitor@example.com", DatabaseResult::NOTFOUND, "lookupDigitMap passed visiting user"},
+             Case{digits, "sip:example.com", DatabaseResult::QUERY_ERROR, "lookupDigitMap: null uri.user or .domain"},
+             Case{digits, "tel:5551234", DatabaseResult::QUERY_ERROR, "lookupDigitMap: null uri.user or .domain"},
+             Case{digits, nullptr, DatabaseResult::QUERY_ERROR, "null uri"},
+             Case{addresses, "sip:visitor@example.com", DatabaseResult::NOTFOUND,
+                  "lookupAddressMap passed visiting user"},
+             Case{addresses, "sip:example.com", DatabaseResult::QUERY_ERROR,
+                  "lookupAddressMap: null uri.user or .domain"},
+             Case{addresses, "not a uri", DatabaseResult::QUERY_ERROR, "lookupAddressMap: null uri.user or .domain"},
+             Case{addresses, nullptr, DatabaseResult::QUERY_ERROR, "null uri"},
+         }) {
+        DatabaseResult result;
+        EXPECT_TRUE(route(c.uri, result, c.lookup).empty()) << c.message;
+        EXPECT_EQ(c.status, result.m_status) << c.message;
+        EXPECT_EQ(c.message, result.getErrorMessage());
+    }
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+TEST_F(MapRouting, TheFirstMatchingAddressPatternInPriorityOrderWins) {
+    gateway(10, "sip:ten@gw.example.com");
+    gateway(20, "sip:twenty@gw.example.com");
+    gateway(30, "sip:thirty@gw.example.com");
+    gateway(40, "sip:catchall@gw.example.com");
+    row("'ones'", 10, "^sip:1", 5);
+    row("'twelves'", 20, "^sip:12", 1);
+    row("'twos'", 30, "^sip:2[0-9]*@", 7);
+    row("'broken'", 30, "^sip:(", 0);
+    row("'rest'", 40, "", 99); // an empty pattern matches every request
+    for (const auto& c : std::vector<std::pair<const char*, const char*>>{
+             {"sip:123@example.com", "sip:twenty@gw.example.com"},
+             {"sip:199@example.com", "sip:ten@gw.example.com"},
+             {"sip:2@example.com", "sip:thirty@gw.example.com"},
+             {"sip:2a@example.com", "sip:catchall@gw.example.com"},
+             {"sips:123@example.com", "sip:catchall@gw.example.com"}}) {
+        DatabaseResult result;
+        EXPECT_EQ(Names{c.second}, route(c.first, result)) << c.first;
+        EXPECT_TRUE(result.okay()) << c.first << ": " << result.getErrorMessage();
+    }
+    EXPECT_EQ((Names{"broken-30", "twelves-20", "ones-10", "twos-30", "rest-40"}), keys());
+    db.admin().exec("DELETE FROM address_map WHERE handle = 'rest'");
+    DatabaseResult result;
+    EXPECT_TRUE(route("sip:2a@example.com", result).empty());
+    EXPECT_TRUE(result.notFound());
+    EXPECT_TRUE(alarms.alarms().empty());
+}
+
+TEST_F(MapRouting, AddressMapContactsTakeThePartsOfTheRequest) {
+    gateway(10, "placeholder");
+    row("'all'", 10, "^sip", 1);
+    struct Case {
+        const char* stored;
+        const char* uri;
+        const char* routed;
+    };
+    for (const Case& c : {
+             Case{"sip:$user@gw.example.com", "sip:alice@example.com", "sip:alice@gw.example.com"},
+             Case{"sip:${user}x@${host}:$port", "sip:bob@example.com:5070", "sip:bobx@example.com:5070"},
+             Case{"sip:$user@gw:$port", "sip:bob@example.com", "sip:bob@gw:$port"},
+             Case{"$protocol:$user:$password@gw", "sips:bob:secret@example.com", "sips:bob:secret@gw"},
+             Case{"sip:$user@gw;pw=$password", "sip:bob@example.com", "sip:bob@gw;pw="},
+             Case{"sip:$user@gw;$parameters", "sip:bob@example.com;transport=tcp;lr", "sip:bob@gw;transport=tcp;lr"},
+             Case{"sip:gw?$headers", "sip:bob@example.com?Subject=hi", "sip:gw?Subject=hi"},
+             Case{"sip:gw?h=$headers;p=$parameters", "sip:bob@example.com", "sip:gw?h=;p="},
+             Case{"sip:$$user@gw", "sip:bob@example.com", "sip:$user@gw"},
+             Case{"sip:$userx@gw", "sip:bob@example.com", "sip:$userx@gw"},
+         }) {
+        db.admin().exec(std::string("UPDATE contact SET address = '") + c.stored + "'");
+        DatabaseResult result;
+        EXPECT_EQ(Names{c.routed}, route(c.uri, result)) << c.stored << " for " << c.uri;
+    }
+}
+
+TEST_F(MapRouting, AddressEntriesFollowTheRowsAndPatternsAreCompiledAgainOnlyWhenNewer) {
+    gateway(10, "sip:ten@gw.example.com");
+    gateway(20, "sip:twenty@gw.example.com");
+    // Two rows with the same key, and one without a handle.
+    row("'gw'", 10, "^sip:1", 1);
+    row("'gw'", 10, "^sip:2", 2);
+    row("NULL", 20, "^sip:3", 3);
+    DatabaseResult result;
+    EXPECT_EQ(Names{"sip:ten@gw.example.com"}, route("sip:1@example.com", result));
+    EXPECT_EQ((Names{"gw-10", "gw-10", "-20"}), keys());
+    std::set<velm::AddressMap*> entries(service.m_addrMap.begin(), service.m_addrMap.end());
+    EXPECT_EQ(3u, entries.size());
+
+    // New priorities reorder the entries that are there; nothing is made anew.
+    velmtest::TraceCapture capture({"LocationService", "AddressMap"});
+    db.admin().exec("UPDATE address_map SET priority = 0 WHERE handle IS NULL");
+    EXPECT_EQ(Names{"sip:twenty@gw.example.com"}, route("sip:3@example.com", result));
+    EXPECT_EQ((Names{"-20", "gw-10", "gw-10"}), keys());
+    EXPECT_EQ(entries, std::set<velm::AddressMap*>(service.m_addrMap.begin(), service.m_addrMap.end()));
+    EXPECT_FALSE(capture.contains("LocationService", "adding new map for gw-10"));
+
+    // One of the twins goes: the other keeps its entry and its pattern.
+    db.admin().exec("DELETE FROM address_map WHERE pattern = '^sip:1'");
+    EXPECT_EQ(Names{"sip:ten@gw.example.com"}, route("sip:2@example.com", result));
+    EXPECT_EQ((Names{"-20", "gw-10"}), keys());
+    std::string twin = "gw-10";
+    ASSERT_NE(nullptr, service.lookupMapEntry(twin));
+    EXPECT_EQ("^sip:2", service.lookupMapEntry(twin)->pattern());
+
+    // A changed pattern counts only once its row is newer.
+    auto routesFour = [&](const std::string& modified) {
+        db.admin().exec("UPDATE address_map SET pattern = '^sip:4', modification_time = " + modified +
+                        " WHERE handle = 'gw'");
+        return route("sip:4@example.com", result).size() == 1;
+    };
+    EXPECT_FALSE(routesFour(MODIFIED));
+    EXPECT_TRUE(capture.contains("AddressMap", "expression already compiled"));
+    EXPECT_FALSE(routesFour("'Sun Nov 15 06:20:44 2026'"));
+    EXPECT_TRUE(routesFour("'Sun Nov 15 06:20:46 2026'"));
+    EXPECT_TRUE(capture.contains("AddressMap", "compiling expression '^sip:4'"));
+
+    db.admin().exec("DELETE FROM address_map");
+    EXPECT_TRUE(route("sip:4@example.com", result).empty());
+    EXPECT_TRUE(result.notFound());
+    EXPECT_TRUE(keys().empty());
+}
+
+TEST_F(MapRouting, AddressMapFailuresAreAlarmedByStepAndKeepTheList) {
+    gateway(10, "sip:gw@gw.example.com");
+    row("'gw'", 10, "^sip:", 1);
+    DatabaseResult first, second;
+    ASSERT_EQ(1u, route("sip:1@example.com", first).size());
+    db.admin().exec("ALTER TABLE address_map RENAME TO lost");
+    route("sip:1@example.com", first);
+    ASSERT_TRUE(first.queryError());
+    EXPECT_EQ(Names{"gw-10"}, keys());
+    db.admin().exec("ALTER TABLE lost RENAME TO address_map; ALTER TABLE contact RENAME TO lost");
+    route("sip:1@example.com", second);
+    ASSERT_TRUE(second.queryError());
+    EXPECT_EQ((Names{"database failure - lookupAddressMap_1. " + first.getErrorMessage(),
+                     "database failure - lookupAddressMap_2. " + second.getErrorMessage()}),
+              alarms.texts(FAILED));
+}
