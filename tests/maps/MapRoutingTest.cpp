@@ -1,8 +1,11 @@
-// Routing by the digit-prefix tree, the digit map and the address map, with their refusals and database failures.
+// Routing by the digit-prefix tree, the digit map and the address map, their refusals and failures, and the thread that rebuilds the tree.
 #include "AddressMap.h"
 #include "AlarmCapture.h"
+#include "AppProperties.h"
 #include "ContactRecord.h"
 #include "LocationService.h"
+#include "LocationServicePool.h"
+#include "PrefixMapMonitor.h"
 #include "PrefixMapRecord.h"
 #include "PrefixMaps.h"
 #include "Provisioning.h"
@@ -12,19 +15,27 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <atomic>
+#include <chrono>
 #include <ctime>
+#include <functional>
 #include <set>
 #include <string>
+#include <thread>
 #include <vector>
 
 using velm::DatabaseResult;
 using velm::LocationService;
+using velm::LocationServicePool;
+using velm::PrefixMapMonitor;
 using Names = std::vector<std::string>;
 
 namespace {
 
 const char* const MODIFIED = "'Sun Nov 15 06:20:45 2026'";
 const char* const FAILED = "zuVELMProxyDBAccessFailed";
+const char* const WOKE = "prefix map thread checking for updates";
 
 using Lookup = DatabaseResult (LocationService::*)(const char*, std::string&, bool&, std::vector<velm::ContactRecord>&);
 
@@ -55,16 +66,6 @@ protected:
     }
     int find(const char* user, int start = 0) { return velmtest::prefixCsid(service, user, start); }
 
-    // Subscriber 2, whose contact set 20 and address visitor@example.com are
-    // served by node 7, seen from node 1.
-    void visitor() {
-        velmtest::Provisioning provisioning(db.admin());
-        provisioning.subscriber(2);
-        provisioning.contactSet(20, 2);
-        provisioning.publicAddress(20, "visitor", "example.com", 20, true);
-        db.admin().exec("INSERT INTO velm_users (sid, node_id) VALUES (2, 7)");
-        db.admin().exec("INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '1')");
-    }
     // A contact set of no subscriber with one permanent contact.
     void gateway(int csid, const std::string& address) {
         db.admin().exec("INSERT INTO contact_set (csid, ordering) VALUES (" + std::to_string(csid) + ", 'sequential')");
@@ -85,8 +86,7 @@ protected:
     }
     Names keys() {
         Names keys;
-        service.getMapKeys(keys);
-        return keys;
+        return service.getMapKeys(keys), keys;
     }
 
     velmtest::TestDatabase db;
@@ -129,8 +129,21 @@ TEST_F(MapRouting, PrefixWalkLeavesTheCsidOfTheDeepestMatchingNode) {
     EXPECT_EQ(42, find("9", 42));
 }
 
-TEST_F(MapRouting, OnlyARecreateOrDestroyReplacesThePrefixTree) {
-    fill({{"9", 3, 0}});
+TEST_F(MapRouting, PrefixTreeIsReplacedOnlyByARecreateAndFailuresLeaveNone) {
+    int counter = -1;
+    ASSERT_TRUE(service.checkPrefixMap(&counter).okay());
+    EXPECT_EQ(0, counter);
+    fill({{"9", 3, 0}, {"91", 4, 8}});
+    ASSERT_TRUE(service.checkPrefixMap(&counter).okay());
+    EXPECT_EQ(3, counter) << "the truncate and both inserts raise it";
+    EXPECT_TRUE(service.checkPrefixMap(nullptr).badParameter());
+    std::vector<velm::PrefixMapRecord> maps;
+    ASSERT_TRUE(service.getPrefixMap(maps).okay());
+    ASSERT_EQ(2u, maps.size());
+    EXPECT_EQ("91", maps[1].prefix());
+    EXPECT_EQ(4, maps[1].csid());
+    EXPECT_EQ(8, maps[1].total_length());
+
     ASSERT_TRUE(service.createPrefixMap().okay());
     velm::PrefixMap* first = LocationService::m_prefixMap;
     ASSERT_NE(nullptr, first);
@@ -144,24 +157,8 @@ TEST_F(MapRouting, OnlyARecreateOrDestroyReplacesThePrefixTree) {
     service.destroyPrefixmap();
     service.destroyPrefixmap();
     EXPECT_EQ(nullptr, LocationService::m_prefixMap);
-}
 
-TEST_F(MapRouting, PrefixRowsAndCounterComeFromTheDatabaseAndFailuresLeaveNoTree) {
-    int counter = -1;
-    ASSERT_TRUE(service.checkPrefixMap(&counter).okay());
-    EXPECT_EQ(0, counter);
-    fill({{"9", 3, 0}, {"91", 4, 8}});
-    ASSERT_TRUE(service.checkPrefixMap(&counter).okay());
-    EXPECT_EQ(3, counter) << "the truncate and both inserts raise it";
-    std::vector<velm::PrefixMapRecord> maps;
-    ASSERT_TRUE(service.getPrefixMap(maps).okay());
-    ASSERT_EQ(2u, maps.size());
-    EXPECT_EQ("91", maps[1].prefix());
-    EXPECT_EQ(4, maps[1].csid());
-    EXPECT_EQ(8, maps[1].total_length());
-    EXPECT_TRUE(service.checkPrefixMap(nullptr).badParameter());
     ASSERT_TRUE(service.createPrefixMap().okay());
-
     velmtest::TraceCapture capture({"LocationService"});
     db.admin().exec("DROP TABLE prefix_map; DROP TABLE trigger_notify");
     DatabaseResult result = service.recreatePrefixMap();
@@ -236,7 +233,13 @@ TEST_F(MapRouting, DigitMapRoutesByPrefixAndRewritesOnlyTheFirstContact) {
 // on before reading a row: the visitor's prefix and an address map that is
 // gone do not matter.
 TEST_F(MapRouting, RefusalsComeBeforeAnyRowIsRead) {
-    visitor();
+    // Subscriber 2 with visitor@example.com, served by node 7, seen from node 1.
+    velmtest::Provisioning provisioning(db.admin());
+    provisioning.subscriber(2);
+    provisioning.contactSet(20, 2);
+    provisioning.publicAddress(20, "visitor", "example.com", 20, true);
+    db.admin().exec("INSERT INTO velm_users (sid, node_id) VALUES (2, 7); "
+                    "INSERT INTO local_parameters VALUES ('boot', 'system', 'replica_id', '1')");
     fill({{"v", 2, 0}});
     ASSERT_TRUE(service.createPrefixMap().okay());
     db.admin().exec("ALTER TABLE address_map RENAME TO lost");
@@ -383,4 +386,189 @@ TEST_F(MapRouting, AddressMapFailuresAreAlarmedByStepAndKeepTheList) {
     EXPECT_EQ((Names{"database failure - lookupAddressMap_1. " + first.getErrorMessage(),
                      "database failure - lookupAddressMap_2. " + second.getErrorMessage()}),
               alarms.texts(FAILED));
+}
+
+// Every test runs in a process of its own, so each starts without monitor,
+// pool or tree.
+class PrefixMapMonitorThread : public MapRouting {
+protected:
+    void SetUp() override {
+        MapRouting::SetUp();
+        velm::AppProperties::set("Database", "ProxyDatabaseUser", "velm");
+        velm::AppProperties::set("Services", "velm.sip.db", db.name().c_str());
+        velm::AppProperties::set("SipServer", "PrefixMapInterval", "1");
+    }
+    // The thread is gone before the capture is.
+    void TearDown() override {
+        PrefixMapMonitor::destroy();
+        LocationServicePool::destroy();
+        MapRouting::TearDown();
+    }
+
+    size_t count(const char* channel, const std::string& text) const {
+        auto lines = capture.lines(channel);
+        return static_cast<size_t>(std::count(lines.begin(), lines.end(), text));
+    }
+    // Polls `done` for up to a minute: generous for a loaded machine.
+    static bool waitFor(const std::function<bool()>& done) {
+        for (int attempt = 0; attempt < 3000 && !done(); ++attempt)
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        return done();
+    }
+    // Waits for `n` more wake-ups of the thread. After two, at least one
+    // whole check has run since the call.
+    void waitCycles(size_t n) {
+        size_t target = count("PrefixMapMonitor", WOKE) + n;
+        ASSERT_TRUE(waitFor([&] { return count("PrefixMapMonitor", WOKE) >= target; })) << "the thread stopped polling";
+    }
+    size_t rebuilds() const { return count("LocationService", "createPrefix CALLED\n"); }
+    void setCounter(int value) {
+        db.admin().exec("UPDATE trigger_notify SET update_ctr = " + std::to_string(value) +
+                        " WHERE table_name = 'prefix_map'");
+    }
+
+    velmtest::TraceCapture capture{{"PrefixMapMonitor", "LocationService"}};
+};
+
+TEST_F(PrefixMapMonitorThread, RebuildsOnceForEveryRiseOfTheCounter) {
+    ASSERT_TRUE(service.createPrefixMap().okay());
+    PrefixMapMonitor::instance();
+    waitCycles(1);
+    EXPECT_TRUE(capture.contains("PrefixMapMonitor", "using prefix map interval of 1 seconds"));
+    const size_t before = rebuilds();
+
+    // The table's trigger raises the counter by one.
+    db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('9', 3)");
+    ASSERT_TRUE(waitFor([&] { return find("9") == 3; }));
+    waitCycles(2);
+    EXPECT_EQ(before + 1, rebuilds());
+
+    // Two rises seen at one check: one rebuild.
+    setCounter(3);
+    waitCycles(3);
+    EXPECT_EQ(before + 2, rebuilds());
+
+    // Lowered, and raised again but not above the highest value seen: none.
+    setCounter(1);
+    waitCycles(2);
+    setCounter(2);
+    waitCycles(2);
+    EXPECT_EQ(before + 2, rebuilds());
+
+    setCounter(4);
+    waitCycles(3);
+    EXPECT_EQ(before + 3, rebuilds());
+}
+
+TEST_F(PrefixMapMonitorThread, CheckNowAndDestroyDoNotWaitForTheIntervalAndThePoolWaitsForThem) {
+    velm::AppProperties::set("SipServer", "PrefixMapInterval", "3600");
+    const std::string checking = "checking trigger_notify table for prefix_map update";
+    PrefixMapMonitor::instance();
+    // The initial reading and the first cycle's: then it waits an hour.
+    ASSERT_TRUE(waitFor([&] { return count("LocationService", checking) >= 2; }));
+    LocationServicePool::destroy();
+    EXPECT_TRUE(capture.contains("LocationService",
+                                 "LocationServicePool::destroy() refused: the PrefixMapMonitor thread still uses a "
+                                 "connection of the pool; call PrefixMapMonitor::destroy() first"));
+
+    // The thread's connection is still there and still works.
+    db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('9', 3)");
+    PrefixMapMonitor::instance()->checkNow();
+    EXPECT_TRUE(waitFor([&] { return find("9") == 3; }));
+    EXPECT_EQ(0u, count("PrefixMapMonitor", WOKE));
+
+    testing::internal::CaptureStdout();
+    PrefixMapMonitor::destroy();
+    EXPECT_EQ("interrupting PrefixMapMonitor thread\ndone\n", testing::internal::GetCapturedStdout());
+    EXPECT_TRUE(capture.contains("PrefixMapMonitor", "prefix map thread shutting down"));
+    EXPECT_FALSE(PrefixMapMonitor::exists());
+}
+
+// The statement that breaks the database, run before or after the thread
+// starts polling; the thread's last trace; whether the tree is left.
+struct FailureCase {
+    const char* name;
+    bool running;
+    const char* statement;
+    const char* trace;
+    bool treeLeft;
+};
+
+void PrintTo(const FailureCase& c, std::ostream* os) { *os << c.name; }
+
+class PrefixMapMonitorFailure : public PrefixMapMonitorThread, public testing::WithParamInterface<FailureCase> {};
+
+TEST_P(PrefixMapMonitorFailure, TheFirstDatabaseFailureEndsTheThread) {
+    const FailureCase& c = GetParam();
+    db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('9', 3)");
+    ASSERT_TRUE(service.createPrefixMap().okay());
+    if (c.running) {
+        PrefixMapMonitor::instance();
+        waitCycles(1);
+    }
+    db.admin().exec(c.statement);
+    PrefixMapMonitor::instance();
+
+    ASSERT_TRUE(waitFor([&] { return capture.contains("PrefixMapMonitor", c.trace); }));
+    EXPECT_EQ(c.treeLeft ? 3 : 0, find("9"));
+    EXPECT_EQ(c.treeLeft, LocationService::m_prefixMap != nullptr);
+    EXPECT_EQ(1u, alarms.texts("zuVELMProxyDBAccessFailed").size());
+    // Ended, not waiting: the shutdown finds no thread to wake.
+    PrefixMapMonitor::destroy();
+    EXPECT_FALSE(capture.contains("PrefixMapMonitor", "prefix map thread shutting down"));
+}
+
+const char* const DROP_COUNTER = "DROP TABLE trigger_notify";
+INSTANTIATE_TEST_SUITE_P(
+    Cases, PrefixMapMonitorFailure,
+    testing::Values(FailureCase{"CounterGoneAtStart", false, DROP_COUNTER, "failed to retrieve initial counter value", true},
+                    FailureCase{"CounterGoneWhilePolling", true, DROP_COUNTER, "failed to check the prefix map table", true},
+                    FailureCase{"RebuildFails", true, "DROP TABLE prefix_map; UPDATE trigger_notify SET update_ctr = 9",
+                                "failed to recreate prefix table", false}),
+    [](const testing::TestParamInfo<FailureCase>& info) { return std::string(info.param.name); });
+
+// Eight threads route numbers through the tree while the thread rebuilds it
+// under them.
+class PrefixMapConcurrency : public PrefixMapMonitorThread {};
+
+TEST_F(PrefixMapConcurrency, LookupsStayRightWhileTheMonitorRebuilds) {
+    velmtest::Provisioning(db.admin()).contact(3, "sip:alice@192.0.2.1:5060", "0.800000", time(nullptr) + 3600);
+    db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('555', 3)");
+    ASSERT_TRUE(service.createPrefixMap().okay());
+    PrefixMapMonitor::instance();
+    // Rows added before the thread's first reading cause no rebuild.
+    waitCycles(1);
+
+    std::atomic<bool> stop{false};
+    std::atomic<int> wrong{0};
+    std::vector<int> lookups(8, 0);
+    std::vector<std::thread> workers;
+    for (int index = 0; index < 8; ++index)
+        workers.emplace_back([&, index] {
+            LocationService* mine = LocationServicePool::Instance()->getConnection();
+            const std::string user = "555" + std::to_string(1000 + index);
+            for (; !stop; ++lookups[index]) {
+                std::string ordering;
+                bool redirect = false;
+                std::vector<velm::ContactRecord> contacts;
+                velm::DatabaseResult result =
+                    mine->lookupDigitMap(("sip:" + user + "@example.com").c_str(), ordering, redirect, contacts);
+                wrong += !result.okay() || contacts.size() != 1 ||
+                         contacts[0].address() != "sip:" + user + "@192.0.2.1:5060;";
+                // At a request's pace: the lock is not fair, and threads that
+                // take it back to back can keep the rebuild out for long.
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        });
+    // Each new row raises the counter; seeing it in the tree proves a rebuild.
+    for (const char* prefix : {"90", "91", "92"}) {
+        db.admin().exec(std::string("INSERT INTO prefix_map (prefix, csid) VALUES ('") + prefix + "', 3)");
+        EXPECT_TRUE(waitFor([&] { return find(prefix) == 3; })) << prefix;
+    }
+    stop = true;
+    for (auto& worker : workers)
+        worker.join();
+    EXPECT_EQ(0, wrong.load());
+    for (int index = 0; index < 8; ++index)
+        EXPECT_GT(lookups[index], 0) << "thread " << index;
 }

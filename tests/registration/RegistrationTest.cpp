@@ -1,4 +1,4 @@
-// Registration, refresh, unregistration and expiry in every form: what each leaves, refuses, and keeps when the session dies.
+// Registration, refresh, unregistration and expiry in every form: what each leaves and refuses, and what lost sessions and racing registrars leave.
 #include "AlarmCapture.h"
 #include "AppProperties.h"
 #include "ContactRecord.h"
@@ -11,12 +11,17 @@
 #include "Trace.h"
 
 #include <gtest/gtest.h>
+#include <libpq-fe.h>
 
 #include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cstdio>
 #include <cstdlib>
 #include <ctime>
 #include <functional>
 #include <map>
+#include <thread>
 
 using velm::ContactRecord;
 using velm::DatabaseResult;
@@ -39,19 +44,20 @@ const char* const BARE = "sip:bare@192.0.2.21";
 // ends the service's server session just before the k-th statement that
 // contains `trigger`. With `allowReset` false the database is also closed to
 // new sessions, so the connection cannot be reset.
-class Session : public velm::TraceSink {
-public:
+struct Session : velm::TraceSink {
     Session(velmtest::TestDatabase& db, int pid, int k = 0, std::string trigger = "", bool allowReset = true)
-        : m_db(db), m_postgres("postgres"), m_pid(pid), m_k(k), m_trigger(std::move(trigger)),
-          m_allowReset(allowReset) {
+        : db(db), pid(pid), k(k), trigger(std::move(trigger)), allowReset(allowReset) {
         velm::Trace::enable("DatabaseConnection", true);
         velm::Trace::setSink(this);
     }
     ~Session() override {
         velm::Trace::setSink(nullptr);
         velm::Trace::enable("DatabaseConnection", false);
-        if (!m_allowReset)
-            m_postgres.exec("ALTER DATABASE " + m_db.name() + " ALLOW_CONNECTIONS true");
+        allow(true);
+    }
+    void allow(bool connections) {
+        if (!allowReset)
+            postgres.exec("ALTER DATABASE " + db.name() + " ALLOW_CONNECTIONS " + (connections ? "true" : "false"));
     }
     void write(const char* channel, const char* text) override {
         const std::string line(text), prefix = "Executing query: \n";
@@ -60,25 +66,19 @@ public:
         if (line.rfind(prefix, 0) != 0)
             return;
         statements.push_back(line.substr(prefix.size(), line.size() - prefix.size() - 1));
-        if (line.find(m_trigger) == std::string::npos || ++m_seen != m_k)
-            return;
-        if (!m_allowReset)
-            m_postgres.exec("ALTER DATABASE " + m_db.name() + " ALLOW_CONNECTIONS false");
-        m_db.terminateBackend(m_pid);
+        if (line.find(trigger) != std::string::npos && ++seen == k) {
+            allow(false);
+            db.terminateBackend(pid);
+        }
     }
-    bool killed() const { return m_k > 0 && m_seen >= m_k; }
+    bool killed() const { return k > 0 && seen >= k; }
 
-    std::vector<std::string> statements;
-    std::vector<std::string> log;
-
-private:
-    velmtest::TestDatabase& m_db;
-    velmtest::AdminConnection m_postgres;
-    int m_pid;
-    int m_k;
-    std::string m_trigger;
-    bool m_allowReset;
-    int m_seen = 0;
+    velmtest::TestDatabase& db;
+    velmtest::AdminConnection postgres{"postgres"};
+    int pid, k, seen = 0;
+    std::string trigger;
+    bool allowReset;
+    std::vector<std::string> statements, log;
 };
 
 // What the forms with output vectors reported.
@@ -107,8 +107,7 @@ ContactRecord refreshed(const std::string& uri, const std::string& qvalue = "") 
 }
 
 ContactRecord wildcard(const std::string& header = "") {
-    ContactRecord record;
-    record.setAddress("*");
+    ContactRecord record = contact("*");
     record.setContactHeader(header);
     return record;
 }
@@ -123,26 +122,26 @@ ContactRecord fixed(const std::string& uri, const std::string& qvalue) {
 // The forms: step by step with output vectors, one transaction script, and
 // auto-commit statements, asked for through the short or the step-by-step
 // form.
-enum class Form { Steps, Script, AutoCommit, AutoCommitSteps };
-enum class Op { Register, Refresh, Unregister };
+enum Form { Steps, Script, AutoCommit, AutoCommitSteps };
+enum Op { Register, Refresh, Unregister };
 using Call = std::function<DatabaseResult(LocationService&, int, Outputs&)>;
 using Make = std::function<Contacts()>;
 
 Call call(Op op, Form form, Make make) {
     return [=](LocationService& service, int key, Outputs& out) {
         Contacts contacts = make();
-        service.m_useAutoCommit = form == Form::AutoCommit || form == Form::AutoCommitSteps;
-        if (form == Form::Script || form == Form::AutoCommit) {
+        service.m_useAutoCommit = form == AutoCommit || form == AutoCommitSteps;
+        if (form == Script || form == AutoCommit) {
             using Plain = DatabaseResult (LocationService::*)(int, Contacts&);
-            Plain plain = op == Op::Register  ? Plain(&LocationService::registerContacts)
-                          : op == Op::Refresh ? Plain(&LocationService::updateContacts)
+            Plain plain = op == Register  ? Plain(&LocationService::registerContacts)
+                          : op == Refresh ? Plain(&LocationService::updateContacts)
                                               : Plain(&LocationService::unregisterContacts);
             return (service.*plain)(key, contacts);
         }
-        using Steps = DatabaseResult (LocationService::*)(int, Contacts&, Contacts&, Contacts&, Contacts&);
-        Steps steps = op == Op::Register  ? Steps(&LocationService::registerContacts)
-                      : op == Op::Refresh ? Steps(&LocationService::updateContacts)
-                                          : Steps(&LocationService::unregisterContacts);
+        using Stepwise = DatabaseResult (LocationService::*)(int, Contacts&, Contacts&, Contacts&, Contacts&);
+        Stepwise steps = op == Register  ? Stepwise(&LocationService::registerContacts)
+                         : op == Refresh ? Stepwise(&LocationService::updateContacts)
+                                         : Stepwise(&LocationService::unregisterContacts);
         return (service.*steps)(key, contacts, out.added, out.deleted, out.changed);
     };
 }
@@ -158,8 +157,8 @@ Call withTreatment(const char* treatment, Call inner) {
     };
 }
 
-// The contacts before an operation, those among them that have expired, and
-// the statements that set them up.
+// One subscriber's address and its contact set, and a service connected
+// to its database.
 class Registration : public testing::Test {
 protected:
     void SetUp() override {
@@ -211,98 +210,85 @@ struct Operation {
     int statements;
     Stored after;
     const char* reported;
-    std::string lastStatement;
+    std::string lastStatement = "";
 };
 
 const Stored activeA{{A, "0.800000 1"}};
+const Stored activeB{{B, "0.800000 1"}};
+const Stored demotedA{{A, "0.000000 1"}, {B, "0.800000 1"}};
 const Stored activeAInactiveB{{A, "0.800000 1"}, {B, "0.000000 1"}};
+const Stored inactiveBC{{B, "0.000000 1"}, {C, "0.000000 1"}};
 const Stored allThree{{A, "0.800000 1"}, {B, "0.000000 1"}, {C, "0.000000 1"}};
 const Stored refreshedB{{A, "0.800000 1"}, {B, "0.000000 2"}};
+const Stored refreshedAB{{A, "0.800000 2"}, {B, "0.000000 2"}};
 
 Contacts only(ContactRecord record) { return {record}; }
+Make one(const char* uri, const char* qvalue = "") {
+    return [=] { return only(contact(uri, qvalue)); };
+}
 
 const std::vector<Operation>& operations() {
-    const Stored afterBC{{A, "0.800000 1"}, {B, "0.000000 1"}, {C, "0.000000 1"}};
-    const Stored afterRefreshAB{{A, "0.800000 2"}, {B, "0.000000 2"}};
-    const Make inactiveBC = [] { return Contacts{contact(B, "0.000000"), contact(C, "0.000000")}; };
+    const Make addBC = [] { return Contacts{contact(B, "0.000000"), contact(C, "0.000000")}; };
     const Make refreshAB = [] { return Contacts{refreshed(A, "0.800000"), refreshed(B, "0.000000")}; };
     const Make bothAB = [] { return Contacts{contact(A), contact(B)}; };
+    const Make displayName = [] {
+        ContactRecord same = contact(A);
+        same.setContactHeader("\"Alice\" <sip:alice@192.0.2.10:5060>;expires=0");
+        return only(same);
+    };
+    const Call updateOne = [](LocationService& s, int key, Outputs&) {
+        ContactRecord b = refreshed(B, "0.000000");
+        b.setPathVector("<sip:edge.example.com;lr>");
+        return s.updateContact(key, b);
+    };
     const std::string insertB = "INSERT INTO contact(address,csid,qvalue,expires,permanent,capabilities,"
                                 "contact_header,call_id,cseq, path_vector)  VALUES('sip:alice@192.0.2.11:5060',";
     const std::string valuesB = ", '0.5',2000000000,'f','','<sip:alice@192.0.2.11:5060>',"
                                 "'call-sip:alice@192.0.2.11:5060','1','')";
     static const std::vector<Operation> table{
-        {"RegisterFirst", {}, {}, call(Op::Register, Form::Steps, [] { return only(contact(A, "1.0")); }), 7,
-         activeA, "+A=0.800000/1", ""},
-        {"RegisterDemotingTheActiveContact", activeA, {},
-         call(Op::Register, Form::Steps, [] { return only(contact(B, "0.5")); }), 8,
-         {{A, "0.000000 1"}, {B, "0.800000 1"}},
-         "+B=0.800000/1 ~A=0.000000/1", ""},
-        {"RegisterInactive", activeA, {}, call(Op::Register, Form::Steps, [] { return only(contact(B, "0")); }), 7,
-         activeAInactiveB, "+B=0.000000/1", ""},
-        {"RegisterWithoutQvalueTreatedInactive", activeA, {},
-         withTreatment("inactive", call(Op::Register, Form::Steps, [] { return only(contact(B)); })), 7,
-         activeAInactiveB, "+B=0.000000/1", ""},
+        {"RegisterFirst", {}, {}, call(Register, Steps, one(A, "1.0")), 7, activeA, "+A=0.800000/1"},
+        {"RegisterDemotingTheActiveContact", activeA, {}, call(Register, Steps, one(B, "0.5")), 8, demotedA,
+         "+B=0.800000/1 ~A=0.000000/1"},
+        {"RegisterInactive", activeA, {}, call(Register, Steps, one(B, "0")), 7, activeAInactiveB, "+B=0.000000/1"},
+        {"RegisterWithoutQvalueTreatedInactive", activeA, {}, withTreatment("inactive", call(Register, Steps, one(B))),
+         7, activeAInactiveB, "+B=0.000000/1"},
         {"RegisterWithoutQvalueTreatmentIsCaseSensitive", activeA, {},
-         withTreatment("Inactive", call(Op::Register, Form::Steps, [] { return only(contact(B)); })), 8,
-         {{A, "0.000000 1"}, {B, "0.800000 1"}},
-         "+B=0.800000/1 ~A=0.000000/1", ""},
+         withTreatment("Inactive", call(Register, Steps, one(B))), 8, demotedA, "+B=0.800000/1 ~A=0.000000/1"},
         {"RegisterScriptStoresTheQvalueAsGiven", activeA, {},
-         call(Op::Register, Form::Script, [] { return only(fixed(B, "0.5")); }), 1,
-         {{A, "0.800000 1"}, {B, "0.5 1"}}, "",
+         call(Register, Script, [] { return only(fixed(B, "0.5")); }), 1, {{A, "0.800000 1"}, {B, "0.5 1"}}, "",
          "BEGIN TRANSACTION; " + insertB + "CSID" + valuesB + "; COMMIT TRANSACTION;"},
-        {"RegisterAutoCommit", activeA, {}, call(Op::Register, Form::AutoCommit, inactiveBC), 2, afterBC, "",
+        {"RegisterAutoCommit", activeA, {}, call(Register, AutoCommit, addBC), 2, allThree, ""},
+        {"RegisterAutoCommitBySteps", activeA, {}, call(Register, AutoCommitSteps, addBC), 2, allThree, ""},
+        {"Refresh", activeAInactiveB, {}, call(Refresh, Steps, [] { return only(refreshed(B, "1.0")); }), 7,
+         refreshedB, "~B=0.000000/2"},
+        {"RefreshScript", activeAInactiveB, {}, call(Refresh, Script, refreshAB), 1, refreshedAB, ""},
+        {"RefreshAutoCommit", activeAInactiveB, {}, call(Refresh, AutoCommit, refreshAB), 2, refreshedAB, ""},
+        {"RefreshAutoCommitBySteps", activeAInactiveB, {}, call(Refresh, AutoCommitSteps, refreshAB), 2, refreshedAB,
          ""},
-        {"RegisterAutoCommitBySteps", activeA, {}, call(Op::Register, Form::AutoCommitSteps, inactiveBC), 2, afterBC,
-         "", ""},
-        {"Refresh", activeAInactiveB, {}, call(Op::Refresh, Form::Steps, [] { return only(refreshed(B, "1.0")); }),
-         7, refreshedB, "~B=0.000000/2", ""},
-        {"RefreshScript", activeAInactiveB, {}, call(Op::Refresh, Form::Script, refreshAB), 1, afterRefreshAB, "",
-         ""},
-        {"RefreshAutoCommit", activeAInactiveB, {}, call(Op::Refresh, Form::AutoCommit, refreshAB), 2,
-         afterRefreshAB, "", ""},
-        {"RefreshAutoCommitBySteps", activeAInactiveB, {}, call(Op::Refresh, Form::AutoCommitSteps, refreshAB), 2,
-         afterRefreshAB, "", ""},
-        {"UpdateOneContact", activeAInactiveB, {},
-         [](LocationService& s, int key, Outputs&) {
-             ContactRecord b = refreshed(B, "0.000000");
-             b.setPathVector("<sip:edge.example.com;lr>");
-             return s.updateContact(key, b);
-         },
-         1, refreshedB, "", ""},
-        {"UnregisterPromotingTheOneLeft", activeAInactiveB, {},
-         call(Op::Unregister, Form::Steps, [] { return only(contact(A)); }), 7, {{B, "0.800000 1"}},
-         "-A=0.800000/1 ~B=0.800000/1", ""},
-        {"UnregisterLeavingTwoInactive", allThree, {},
-         call(Op::Unregister, Form::Steps, [] { return only(contact(A)); }), 6,
-         {{B, "0.000000 1"}, {C, "0.000000 1"}}, "-A=0.800000/1", ""},
-        {"UnregisterByHeaderWithDisplayName", activeA, {},
-         call(Op::Unregister, Form::Steps,
-              [] {
-                  ContactRecord same = contact(A);
-                  same.setContactHeader("\"Alice\" <sip:alice@192.0.2.10:5060>;expires=0");
-                  return only(same);
-              }),
-         6, {}, "-A=0.800000/1", ""},
-        {"UnregisterWildcard", activeAInactiveB, {}, call(Op::Unregister, Form::Steps, [] { return only(wildcard()); }),
-         6, {}, "-A=0.800000/1 -B=0.000000/1", ""},
+        {"UpdateOneContact", activeAInactiveB, {}, updateOne, 1, refreshedB, ""},
+        {"UnregisterPromotingTheOneLeft", activeAInactiveB, {}, call(Unregister, Steps, one(A)), 7, activeB,
+         "-A=0.800000/1 ~B=0.800000/1"},
+        {"UnregisterLeavingTwoInactive", allThree, {}, call(Unregister, Steps, one(A)), 6, inactiveBC,
+         "-A=0.800000/1"},
+        {"UnregisterByHeaderWithDisplayName", activeA, {}, call(Unregister, Steps, displayName), 6, {},
+         "-A=0.800000/1"},
+        {"UnregisterWildcard", activeAInactiveB, {}, call(Unregister, Steps, [] { return only(wildcard()); }), 6, {},
+         "-A=0.800000/1 -B=0.000000/1"},
         {"UnregisterWildcardSparesPermanentAndHeaderless",
          {{A, "0.800000 1"}, {DESK, "0.000000 1"}, {BARE, "0.000000 1"}}, {},
-         call(Op::Unregister, Form::Steps, [] { return only(wildcard("*")); }), 6,
-         {{DESK, "0.000000 1"}, {BARE, "0.000000 1"}}, "-A=0.800000/1 -BARE=0.000000/1", ""},
-        {"UnregisterScript", activeAInactiveB, {}, call(Op::Unregister, Form::Script, bothAB), 1, {},
-         "", "BEGIN TRANSACTION; DELETE FROM contact WHERE address = 'sip:alice@192.0.2.10:5060' AND csid = CSID; "
-             "DELETE FROM contact WHERE address = 'sip:alice@192.0.2.11:5060' AND csid = CSID; COMMIT TRANSACTION;"},
-        {"UnregisterAutoCommit", activeAInactiveB, {}, call(Op::Unregister, Form::AutoCommit, bothAB), 2, {}, "",
-         ""},
+         call(Unregister, Steps, [] { return only(wildcard("*")); }), 6,
+         {{DESK, "0.000000 1"}, {BARE, "0.000000 1"}}, "-A=0.800000/1 -BARE=0.000000/1"},
+        {"UnregisterScript", activeAInactiveB, {}, call(Unregister, Script, bothAB), 1, {}, "",
+         "BEGIN TRANSACTION; DELETE FROM contact WHERE address = 'sip:alice@192.0.2.10:5060' AND csid = CSID; "
+         "DELETE FROM contact WHERE address = 'sip:alice@192.0.2.11:5060' AND csid = CSID; COMMIT TRANSACTION;"},
+        {"UnregisterAutoCommit", activeAInactiveB, {}, call(Unregister, AutoCommit, bothAB), 2, {}, ""},
         {"UnregisterAutoCommitByHeader", activeAInactiveB, {},
-         call(Op::Unregister, Form::AutoCommitSteps, [] { return only(wildcard("<sip:alice@192.0.2.11:5060>")); }),
-         1, activeA, "", "DELETE FROM contact WHERE contact_header = '<sip:alice@192.0.2.11:5060>' AND csid = CSID"},
+         call(Unregister, AutoCommitSteps, [] { return only(wildcard("<sip:alice@192.0.2.11:5060>")); }), 1, activeA,
+         "", "DELETE FROM contact WHERE contact_header = '<sip:alice@192.0.2.11:5060>' AND csid = CSID"},
         {"ExpireAllSparingPermanent", {{A, "0.800000 1"}, {B, "0.000000 1"}, {DESK, "0.000000 1"}}, {A, DESK},
-         expireAll, 1, {{B, "0.000000 1"}, {DESK, "0.000000 1"}}, "", ""},
-        {"ExpireOnePromotingTheOneLeft", activeAInactiveB, {A}, expireOne, 7, {{B, "0.800000 1"}}, "-A=0.800000/1 ~B=0.800000/1", ""},
-        {"ExpireOneOfTwoLeavingTwoInactive", allThree, {A, C}, expireOne, 6, {{B, "0.000000 1"}, {C, "0.000000 1"}},
-         "-A=0.800000/1", ""},
+         expireAll, 1, {{B, "0.000000 1"}, {DESK, "0.000000 1"}}, ""},
+        {"ExpireOnePromotingTheOneLeft", activeAInactiveB, {A}, expireOne, 7, activeB, "-A=0.800000/1 ~B=0.800000/1"},
+        {"ExpireOneOfTwoLeavingTwoInactive", allThree, {A, C}, expireOne, 6, inactiveBC, "-A=0.800000/1"},
     };
     return table;
 }
@@ -335,8 +321,8 @@ TEST_P(RegistrationForms, SendsTheStatementsAndLeavesAndReportsTheSetAsDescribed
 INSTANTIATE_TEST_SUITE_P(Operations, RegistrationForms, testing::Range<size_t>(0, operations().size()),
                          [](const testing::TestParamInfo<size_t>& info) { return operations()[info.param].name; });
 
-// An operation the service refuses: nothing changes, nothing is reported,
-// and only database failures are alarmed ("" for none), with the message.
+// An operation the service refuses: the status, the message ("" for any),
+// and the alarm raised before it ("" for none). Nothing changes.
 struct Refusal {
     const char* name;
     Stored before;
@@ -349,55 +335,47 @@ struct Refusal {
 Call filled(Op op, Outputs prefilled) {
     return [=](LocationService& service, int key, Outputs& out) {
         out = prefilled;
-        return call(op, Form::Steps, [] { return only(contact(A)); })(service, key, out);
+        return call(op, Steps, one(A))(service, key, out);
     };
 }
 
 const std::vector<Refusal>& refusals() {
+    const auto bad = DatabaseResult::BADPARAM, failed = DatabaseResult::QUERY_ERROR;
     static const std::vector<Refusal> table{
-        {"QvalueThatIsNoNumber", {}, call(Op::Register, Form::Steps, [] { return only(contact(A, "high")); }),
-         DatabaseResult::BADPARAM, nullptr, ""},
-        {"RegisterIntoFilledOutputs", {}, filled(Op::Register, {{contact(B)}, {}, {contact(C)}}),
-         DatabaseResult::BADPARAM, "addedContacts not empty", ""},
-        {"UnregisterIntoFilledOutputs", activeA, filled(Op::Unregister, {{}, {}, {contact(C)}}),
-         DatabaseResult::BADPARAM, "changedContacts not empty", ""},
-        {"WildcardMixedWithAContact", activeA,
-         call(Op::Unregister, Form::Steps, [] { return Contacts{wildcard(), contact(A)}; }),
-         DatabaseResult::BADPARAM, "mixed contact headers", ""},
+        {"QvalueThatIsNoNumber", {}, call(Register, Steps, one(A, "high")), bad, "", ""},
+        {"RegisterIntoFilledOutputs", {}, filled(Register, {{contact(B)}, {}, {contact(C)}}), bad,
+         "addedContacts not empty", ""},
+        {"UnregisterIntoFilledOutputs", activeA, filled(Unregister, {{}, {}, {contact(C)}}), bad,
+         "changedContacts not empty", ""},
+        {"WildcardMixedWithAContact", activeA, call(Unregister, Steps, [] { return Contacts{wildcard(), contact(A)}; }),
+         bad, "mixed contact headers", ""},
         {"UnregisterAnUnknownContact", activeAInactiveB,
-         call(Op::Unregister, Form::Steps, [] { return Contacts{contact(B), contact(C)}; }),
-         DatabaseResult::BADPARAM, "unregistering contact not registered", ""},
-        {"UnregisterFromAnEmptySet", {}, call(Op::Unregister, Form::Steps, [] { return only(contact(A)); }),
-         DatabaseResult::BADPARAM, "unregisteringContacts: no contacts", ""},
-        {"RefreshAnUnknownContact", activeA, call(Op::Refresh, Form::Steps, [] { return only(contact(B)); }),
-         DatabaseResult::BADPARAM, "re-reg address not found", ""},
-        {"RefreshAnEmptySet", {}, call(Op::Refresh, Form::Steps, [] { return only(contact(A)); }),
-         DatabaseResult::BADPARAM, "ExistingContacts empty", ""},
+         call(Unregister, Steps, [] { return Contacts{contact(B), contact(C)}; }), bad,
+         "unregistering contact not registered", ""},
+        {"UnregisterFromAnEmptySet", {}, call(Unregister, Steps, one(A)), bad, "unregisteringContacts: no contacts", ""},
+        {"RefreshAnUnknownContact", activeA, call(Refresh, Steps, one(B)), bad, "re-reg address not found", ""},
+        {"RefreshAnEmptySet", {}, call(Refresh, Steps, one(A)), bad, "ExistingContacts empty", ""},
         {"ScriptForAnUnknownSet", {},
-         [](LocationService& s, int key, Outputs& out) {
-             return call(Op::Register, Form::Script, [] { return only(contact(A)); })(s, key + 100, out);
-         },
-         DatabaseResult::QUERY_ERROR, nullptr, "database failure - registerContacts_2. "},
+         [](LocationService& s, int key, Outputs& out) { return call(Register, Script, one(A))(s, key + 100, out); },
+         failed, "", "database failure - registerContacts_2. "},
         // The ".nextval" syntax of older databases.
-        {"ContactIdFromASequence", {},
-         [](LocationService& s, int, Outputs&) {
+        {"ContactIdFromASequence", {}, [](LocationService& s, int, Outputs&) {
              std::string id;
              return s.getContactId(id);
-         },
-         DatabaseResult::QUERY_ERROR, nullptr, "database failure - getContactId. "},
+         }, failed, "", "database failure - getContactId. "},
     };
     return table;
 }
 
 class RegistrationRefusal : public Registration, public testing::WithParamInterface<size_t> {};
 
-TEST_P(RegistrationRefusal, ChangesAndReportsNothing) {
+TEST_P(RegistrationRefusal, ChangesNothing) {
     const Refusal& refusal = refusals()[GetParam()];
     provision(refusal.before, {});
     Outputs out;
     DatabaseResult result = refusal.call(service, key, out);
     EXPECT_EQ(refusal.status, result.m_status) << result.getErrorMessage();
-    if (refusal.message != nullptr) {
+    if (*refusal.message != '\0') {
         EXPECT_EQ(refusal.message, result.getErrorMessage());
     }
     EXPECT_EQ(refusal.before, snapshot());
@@ -463,6 +441,37 @@ INSTANTIATE_TEST_SUITE_P(Operations, RegistrationLostSession, testing::ValuesIn(
                                     std::to_string(info.param.k);
                          });
 
+const int THREADS = 16;
+const int SETS = 4;
+const auto CHURN = std::chrono::seconds(8);
+const auto RESTART_AFTER = std::chrono::seconds(3);
+const char* const TWO_ACTIVE = "SELECT csid FROM contact WHERE qvalue = '0.800000' GROUP BY csid HAVING count(*) > 1";
+
+// A session of the test's own on the scratch server, opened again after it
+// was lost, for the killer and the sampler that run through the restart.
+struct Observer {
+    std::string conninfo;
+    PGconn* conn = nullptr;
+    ~Observer() { PQfinish(conn); }
+    // The number of rows, none while the server is away.
+    int rows(const std::string& sql) {
+        if (PQstatus(conn) != CONNECTION_OK) {
+            PQfinish(conn);
+            conn = PQconnectdb(conninfo.c_str());
+        }
+        PGresult* result = PQexec(conn, sql.c_str());
+        int count = PQresultStatus(result) == PGRES_TUPLES_OK ? PQntuples(result) : 0;
+        PQclear(result);
+        return count;
+    }
+};
+
+// One contact's fate as its registrar was told it.
+struct Outcome {
+    std::string address;
+    bool registered = false, refreshed = false, unregistered = false;
+};
+
 } // namespace
 
 TEST_F(Registration, ALostConnectionAfterTheSetIsLockedTakesTheRollbackLadder) {
@@ -473,7 +482,7 @@ TEST_F(Registration, ALostConnectionAfterTheSetIsLockedTakesTheRollbackLadder) {
     {
         // B demotes A first, then the session ends as B's row is inserted.
         Session kill(db, backendPid(), 1, "INSERT INTO contact", false);
-        result = call(Op::Register, Form::Steps, [] { return only(contact(B)); })(service, key, out);
+        result = call(Register, Steps, one(B))(service, key, out);
         ASSERT_TRUE(kill.killed());
         log = kill.log;
     }
@@ -500,4 +509,127 @@ TEST_F(Registration, DumpListsTheContactFieldsOnePerLine) {
     EXPECT_EQ(std::string("user=alice\ndomain=example.com\naddress=") + A + "\ncsid=4\nqvalue=0.8\n" +
                   "capabilities=audio\ncontactHeader=<" + A + ">\ncallId=call-" + A + "\ntype=sip\n",
               service.dumpToString(record));
+}
+
+// Eight registrars of one set register and refresh at once: every contact
+// is stored and exactly one is active.
+class RegistrationConcurrency : public Registration {};
+
+TEST_F(RegistrationConcurrency, EightRegistrarsOfOneSetLeaveEveryContactAndOneActive) {
+    std::atomic<int> ready{0};
+    std::vector<std::thread> registrars;
+    for (int t = 0; t < 8; ++t)
+        registrars.emplace_back([&, t] {
+            LocationService mine;
+            ASSERT_TRUE(mine.connect(db.name().c_str(), "velm", "").okay());
+            for (++ready; ready < 8;)
+                std::this_thread::yield();
+            std::string uri = "sip:alice@192.0.2." + std::to_string(10 + t) + ":5060";
+            for (Op op : {Register, Refresh, Refresh}) {
+                Outputs out;
+                DatabaseResult result = call(op, Steps, one(uri.c_str(), "1.0"))(mine, key, out);
+                EXPECT_TRUE(result.okay()) << uri << ": " << result.getErrorMessage();
+            }
+        });
+    for (auto& registrar : registrars)
+        registrar.join();
+    Stored stored = snapshot();
+    EXPECT_EQ(8u, stored.size());
+    EXPECT_EQ(1, std::count_if(stored.begin(), stored.end(), [](const auto& e) { return e.second[2] == '8'; }));
+}
+
+// Sixteen registrars on four shared sets while their server sessions are
+// killed and the server restarts: what each caller was told must be what the
+// database holds, and a set never shows two active contacts.
+TEST(RegistrationUnderFaults, KilledSessionsAndARestartLoseNothingAndNeverShowTwoActiveContacts) {
+    velmtest::resetProperties();
+    velmtest::ScratchServer scratch(true);
+    std::vector<int> keys;
+    velmtest::AdminConnection admin("velm_template", scratch.port());
+    for (int set = 1; set <= SETS; ++set) {
+        std::string sid = std::to_string(set);
+        admin.exec("INSERT INTO subscriber (sid, auth_user_id) VALUES (" + sid + ", 'u" + sid + "')");
+        keys.push_back(
+            std::atoi(admin.value("SELECT create_public_address(" + sid + ", 'u" + sid + "', 'example.com')").c_str()));
+    }
+    std::atomic<bool> churning{true}, calm{false};
+    std::atomic<int> kills{0}, samples{0}, twoActiveSeen{0}, worksAgain{0};
+    std::vector<std::vector<Outcome>> outcomes(THREADS);
+    std::vector<std::thread> threads;
+    for (int id = 0; id < THREADS; ++id)
+        threads.emplace_back([&, id] {
+            const int key = keys[id % SETS];
+            LocationService service;
+            ASSERT_TRUE(service.connect(scratch.database().c_str(), "velm", "").okay());
+            auto step = [&](Op op, const ContactRecord& contact) {
+                Outputs out;
+                return call(op, Steps, [contact] { return only(contact); })(service, key, out).okay();
+            };
+            // Register, refresh and, every other round, unregister a contact of its own.
+            for (int round = 0; round < 400 && churning; ++round) {
+                Outcome o;
+                o.address = "sip:r" + std::to_string(id) + "_" + std::to_string(round) + "@192.0.2.20";
+                ContactRecord contact = velmtest::contact(o.address);
+                o.registered = step(Register, contact);
+                contact.setCseq(2);
+                o.refreshed = o.registered && step(Refresh, contact);
+                o.unregistered = o.registered && round % 2 == 0 && step(Unregister, contact);
+                if (!o.registered) // a registrar whose server is away does not spin
+                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                outcomes[id].push_back(o);
+            }
+            while (!calm)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            ContactRecord last = velmtest::contact("sip:r" + std::to_string(id) + "_final@192.0.2.20");
+            worksAgain += step(Register, last) && step(Unregister, last);
+        });
+    auto session = [&](const char* name) {
+        return "host=" + velmtest::server().host + " port=" + scratch.port() +
+               " user=velm dbname=velm_template application_name=" + name;
+    };
+    std::thread killer([&] {
+        Observer observer{session("killer")};
+        for (; churning; std::this_thread::sleep_for(std::chrono::milliseconds(50)))
+            kills += observer.rows("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = "
+                                   "'velm_template' AND application_name = '' AND backend_type = 'client backend' "
+                                   "ORDER BY random() LIMIT 1");
+    });
+    std::thread sampler([&] {
+        Observer observer{session("sampler")};
+        for (; churning; ++samples, std::this_thread::sleep_for(std::chrono::milliseconds(5)))
+            twoActiveSeen += observer.rows(TWO_ACTIVE);
+    });
+    const auto start = std::chrono::steady_clock::now();
+    std::this_thread::sleep_for(RESTART_AFTER);
+    scratch.restart();
+    std::this_thread::sleep_until(start + CHURN);
+    churning = false;
+    killer.join();
+    sampler.join();
+    calm = true;
+    for (auto& thread : threads)
+        thread.join();
+
+    EXPECT_GT(kills, 50);
+    EXPECT_GT(samples, 100);
+    EXPECT_EQ(0, twoActiveSeen);
+    EXPECT_EQ(THREADS, worksAgain);
+    velmtest::AdminConnection after("velm_template", scratch.port());
+    EXPECT_TRUE(after.query(TWO_ACTIVE).empty());
+    int acknowledged = 0, failed = 0;
+    for (const auto& told : outcomes)
+        for (const Outcome& o : told) {
+            // A registration stands unless its removal was acknowledged; a
+            // failed one, a refresh that failed (the CSeq stays 1) and a
+            // removal that failed (the contact stays) change nothing.
+            acknowledged += o.registered;
+            failed += !o.registered || !o.refreshed;
+            velmtest::Rows stands;
+            if (o.registered && !o.unregistered)
+                stands.push_back({o.refreshed ? "2" : "1"});
+            EXPECT_EQ(stands, after.query("SELECT cseq FROM contact WHERE address = '" + o.address + "'")) << o.address;
+        }
+    EXPECT_GT(acknowledged, 100);
+    EXPECT_GT(failed, 0);
+    std::printf("kills=%d samples=%d acknowledged=%d failed=%d\n", kills.load(), samples.load(), acknowledged, failed);
 }
