@@ -351,10 +351,8 @@ const std::vector<Refusal>& refusals() {
          [](LocationService& s, int key, Outputs& out) { return call(Register, Script, one(A))(s, key + 100, out); },
          failed, "", "database failure - registerContacts_2. "},
         // The ".nextval" syntax of older databases.
-        {"ContactIdFromASequence", {}, [](LocationService& s, int, Outputs&) {
-             std::string id;
-             return s.getContactId(id);
-         }, failed, "", "database failure - getContactId. "},
+        {"ContactIdFromASequence", {}, [](LocationService& s, int, Outputs&) { std::string id; return s.getContactId(id); },
+         failed, "", "database failure - getContactId. "},
     };
     return table;
 }
@@ -371,10 +369,8 @@ TEST_P(RegistrationRefusal, ChangesNothing) {
         EXPECT_EQ(refusal.message, result.getErrorMessage());
     }
     EXPECT_EQ(refusal.before, snapshot());
-    std::vector<std::string> expected;
-    if (*refusal.alarm != '\0')
-        expected.push_back(refusal.alarm + result.getErrorMessage());
-    EXPECT_EQ(expected, alarms.texts("zuVELMProxyDBAccessFailed"));
+    using Texts = std::vector<std::string>;
+    EXPECT_EQ(*refusal.alarm ? Texts{refusal.alarm + result.getErrorMessage()} : Texts{}, alarms.texts("zuVELMProxyDBAccessFailed"));
     // A failed script was ended: the connection takes the next one.
     Contacts next{contact(C, "0")};
     EXPECT_TRUE(service.registerContacts(key, next).okay());
@@ -426,10 +422,8 @@ INSTANTIATE_TEST_SUITE_P(Operations, RegistrationLostSession, testing::ValuesIn(
                              return operations()[info.param.first].name + ("_before" + std::to_string(info.param.second));
                          });
 
-const int THREADS = 16;
-const int SETS = 4;
-const auto CHURN = std::chrono::seconds(8);
-const auto RESTART_AFTER = std::chrono::seconds(3);
+const int THREADS = 16, SETS = 4;
+const auto CHURN = std::chrono::seconds(8), RESTART_AFTER = std::chrono::seconds(3);
 const char* const TWO_ACTIVE = "SELECT csid FROM contact WHERE qvalue = '0.800000' GROUP BY csid HAVING count(*) > 1";
 
 // A session of the test's own on the scratch server, opened again after it
