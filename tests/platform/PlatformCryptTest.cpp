@@ -1,3 +1,4 @@
+// Stored passwords: round trips, and the stored texts and key files that fail with one trace line saying why.
 #include "AppProperties.h"
 #include "CryptKeyFile.h"
 #include "Crypt.h"
@@ -6,18 +7,26 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+#include <string>
+#include <vector>
+
 namespace {
 
-bool anyLine(const velmtest::TraceCapture& capture, const std::string& part) {
-    for (const auto& line : capture.lines("Crypt"))
-        if (line.find(part) != std::string::npos)
-            return true;
-    return false;
+// The Crypt trace lines written while `work` runs; failures are written with the channel off.
+std::vector<std::string> traced(const std::function<void()>& work) {
+    velmtest::TraceCapture capture({});
+    work();
+    return capture.lines("Crypt");
+}
+
+bool startsWith(const std::vector<std::string>& lines, const std::string& start) {
+    return lines.size() == 1 && lines[0].compare(0, start.size(), start) == 0;
 }
 
 } // namespace
 
-TEST(PlatformCrypt, RoundTripOfAwkwardPasswords) {
+TEST(PlatformCrypt, AwkwardPasswordsComeBackAndAreStoredDifferentlyEachTime) {
     velmtest::CryptKeyFile key;
     const std::string passwords[] = {"secret", "", "pass word with blanks", std::string("nul\0inside", 10),
                                      "\xc3\xa4\xc3\xb6\xc3\xbc unicode", std::string(5000, 'x')};
@@ -26,90 +35,61 @@ TEST(PlatformCrypt, RoundTripOfAwkwardPasswords) {
         ASSERT_FALSE(stored.empty());
         EXPECT_EQ(std::string::npos, stored.find(password.empty() ? std::string("\x01") : password));
         EXPECT_EQ(password, Crypt::decrypt(stored));
+        EXPECT_NE(stored, Crypt::encrypt(password));
     }
 }
 
-TEST(PlatformCrypt, SamePasswordGivesDifferentStoredTexts) {
-    velmtest::CryptKeyFile key;
-    std::string first = Crypt::encrypt("secret");
-    std::string second = Crypt::encrypt("secret");
-    EXPECT_NE(first, second);
-    EXPECT_EQ("secret", Crypt::decrypt(first));
-    EXPECT_EQ("secret", Crypt::decrypt(second));
-}
-
-TEST(PlatformCrypt, AlteredOrTruncatedTextFailsWithATrace) {
+TEST(PlatformCrypt, StoredTextsThatFailSayWhy) {
+    std::string foreign;
+    {
+        velmtest::CryptKeyFile other;
+        foreign = Crypt::encrypt("secret");
+    }
     velmtest::CryptKeyFile key;
     std::string stored = Crypt::encrypt("secret");
-
     // Positions inside full base64 groups, where every bit counts: a change in
     // the last group may touch only padding bits and fail decoding instead.
-    for (size_t position : {size_t(0), stored.size() / 2, stored.size() - 5}) {
-        velmtest::TraceCapture capture({"Crypt"});
-        std::string altered = stored;
-        altered[position] = altered[position] == 'A' ? 'B' : 'A';
-        EXPECT_EQ("", Crypt::decrypt(altered)) << "altered at " << position;
-        EXPECT_TRUE(anyLine(capture, "fails authentication")) << "altered at " << position;
+    auto altered = [&](size_t position) {
+        std::string text = stored;
+        text[position] = text[position] == 'A' ? 'B' : 'A';
+        return text;
+    };
+    const std::string authentication = "stored password fails authentication";
+    const std::string tooShort = "stored password is too short";
+    const std::pair<std::string, std::string> cases[] = {
+        {altered(0), authentication},
+        {altered(stored.size() / 2), authentication},
+        {altered(stored.size() - 5), authentication},
+        {foreign, authentication},
+        {stored.substr(0, stored.size() - 4), authentication},
+        {stored.substr(0, 8), tooShort},
+        {"c2VjcmV0", tooShort},
+        {"", tooShort},
+        {"plaintext password!", "stored password is not base64 text"},
+    };
+    for (const auto& c : cases) {
+        std::string plain = "stale";
+        EXPECT_TRUE(startsWith(traced([&] { plain = Crypt::decrypt(c.first); }), c.second)) << c.first;
+        EXPECT_EQ("", plain) << c.first;
     }
-
-    velmtest::TraceCapture capture({"Crypt"});
-    EXPECT_EQ("", Crypt::decrypt(stored.substr(0, stored.size() - 4)));
-    EXPECT_EQ("", Crypt::decrypt(stored.substr(0, 8)));
-    EXPECT_TRUE(anyLine(capture, "too short"));
-}
-
-TEST(PlatformCrypt, ForeignTextFailsWithATrace) {
-    velmtest::CryptKeyFile key;
-    velmtest::TraceCapture capture({"Crypt"});
-    EXPECT_EQ("", Crypt::decrypt("plaintext password!"));
-    EXPECT_TRUE(anyLine(capture, "not base64"));
-    EXPECT_EQ("", Crypt::decrypt(""));
-    EXPECT_EQ("", Crypt::decrypt("c2VjcmV0"));
-    EXPECT_TRUE(anyLine(capture, "too short"));
-}
-
-TEST(PlatformCrypt, TextOfAnotherKeyFails) {
-    std::string stored;
-    {
-        velmtest::CryptKeyFile first;
-        stored = Crypt::encrypt("secret");
-    }
-    velmtest::CryptKeyFile second;
-    velmtest::TraceCapture capture({"Crypt"});
-    EXPECT_EQ("", Crypt::decrypt(stored));
-    EXPECT_TRUE(anyLine(capture, "fails authentication"));
 }
 
 TEST(PlatformCrypt, MissingOrBadKeyFileIsAClearError) {
-    velmtest::TraceCapture capture({"Crypt"});
-    EXPECT_EQ("", Crypt::encrypt("secret"));
-    EXPECT_TRUE(anyLine(capture, "no key file configured"));
-
     velmtest::TempDirectory directory;
     std::string missing = directory.path() + "/absent.key";
-    velm::AppProperties::set("Crypt", "KeyFile", missing.c_str());
-    EXPECT_EQ("", Crypt::encrypt("secret"));
-    EXPECT_TRUE(anyLine(capture, "cannot read key file " + missing + ": No such file or directory"));
-
-    for (const std::string& content : {std::string(31, 'k'), std::string(33, 'k'), std::string()}) {
-        velm::AppProperties::set("Crypt", "KeyFile", directory.write("bad.key", content).c_str());
-        EXPECT_EQ("", Crypt::encrypt("secret")) << content.size() << " bytes";
-        EXPECT_EQ("", Crypt::decrypt("AAAA")) << content.size() << " bytes";
+    const std::pair<std::string, std::string> cases[] = {
+        {"", "no key file configured ([Crypt] KeyFile)"},
+        {missing, "cannot read key file " + missing + ": No such file or directory"},
+        {directory.write("short.key", std::string(31, 'k')), "key file " + directory.path() + "/short.key must hold"},
+        {directory.write("long.key", std::string(33, 'k')), "key file " + directory.path() + "/long.key must hold"},
+        {directory.write("empty.key", ""), "key file " + directory.path() + "/empty.key must hold exactly 32 bytes"},
+    };
+    for (const auto& c : cases) {
+        velm::AppProperties::set("Crypt", "KeyFile", c.first.empty() ? nullptr : c.first.c_str());
+        std::string stored = "stale";
+        EXPECT_TRUE(startsWith(traced([&] { stored = Crypt::encrypt("secret"); }), c.second)) << c.first;
+        EXPECT_EQ("", stored) << c.first;
+        EXPECT_TRUE(startsWith(traced([&] { stored = Crypt::decrypt("AAAA"); }), c.second)) << c.first;
+        EXPECT_EQ("", stored) << c.first;
     }
-    EXPECT_TRUE(anyLine(capture, "must hold exactly 32 bytes"));
-}
-
-TEST(PlatformCrypt, FailuresAreTracedEvenWithTheChannelOff) {
-    struct Sink : velm::TraceSink {
-        std::vector<std::string> lines;
-        void write(const char* channel, const char* text) override {
-            if (std::string(channel) == "Crypt")
-                lines.push_back(text);
-        }
-    } sink;
-    velm::Trace::setSink(&sink);
-    velm::Trace::enable("Crypt", false);
-    EXPECT_EQ("", Crypt::decrypt("AAAA"));
-    velm::Trace::setSink(nullptr);
-    EXPECT_EQ(1u, sink.lines.size());
 }
