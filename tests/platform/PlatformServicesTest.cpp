@@ -1,7 +1,8 @@
-// The platform's process-wide services: configuration, service locations, traces, alarms and the contacts cache.
+// The platform's process-wide services: configuration, traces, alarms, the contacts cache, the resolver module.
 #include "AlarmCapture.h"
 #include "AppProperties.h"
 #include "ContactRecord.h"
+#include "ContactResolverAdapter.h"
 #include "ContactsCache.h"
 #include "EventMgr.h"
 #include "ServiceRegistrar.h"
@@ -12,13 +13,13 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <memory>
 #include <string>
 #include <vector>
 
 using velm::AppProperties;
 using velm::Trace;
+using velm::ContactResolverAdapter;
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -28,10 +29,11 @@ std::string value(const char* section, const char* key) {
     return text != nullptr ? text : "<null>";
 }
 
-std::string locate(const std::string& fallback, bool expectFound) {
+// Where the database service is, after whether it is configured; "velm" when it is not.
+std::string locate() {
     std::string location = "stale";
-    EXPECT_EQ(expectFound, velm::ServiceRegistrar::instance()->locate("velm.sip.db", location, fallback));
-    return location;
+    bool found = velm::ServiceRegistrar::instance()->locate("velm.sip.db", location, "velm");
+    return std::to_string(found) + " " + location;
 }
 
 std::vector<velm::ContactRecord> records(const Lines& addresses) {
@@ -53,6 +55,10 @@ std::string cached(const char* name, int key) {
     return text;
 }
 
+void configureResolver(const std::string& module) {
+    AppProperties::set("LocationService", "ResolverModule", module.c_str());
+}
+
 } // namespace
 
 TEST(PlatformAppProperties, FileValuesOverridesAndTheServicesTheyLocate) {
@@ -63,7 +69,7 @@ TEST(PlatformAppProperties, FileValuesOverridesAndTheServicesTheyLocate) {
     EXPECT_EQ("pgsql", value("SipServer", "DatabaseType"));
     EXPECT_EQ("5", value("SipServer", "PrefixMapInterval"));
     EXPECT_EQ("<null>", value("Absent", "DatabaseType"));
-    EXPECT_EQ("postgresql://db/velm", locate("velm", true));
+    EXPECT_EQ("1 postgresql://db/velm", locate());
 
     const char* before = AppProperties::get("SipServer", "PrefixMapInterval");
     AppProperties::set("SipServer", "PrefixMapInterval", "60");
@@ -79,7 +85,7 @@ TEST(PlatformAppProperties, FileValuesOverridesAndTheServicesTheyLocate) {
     EXPECT_EQ("5", value("SipServer", "PrefixMapInterval")) << "a failed load keeps the values";
     AppProperties::clear();
     EXPECT_EQ("<null>", value("SipServer", "PrefixMapInterval"));
-    EXPECT_EQ("velm", locate("velm", false)) << "an unconfigured service is at its fallback";
+    EXPECT_EQ("0 velm", locate()) << "an unconfigured service is at its fallback";
 
     AppProperties::set(nullptr, "Key", "value");
     AppProperties::set("Section", nullptr, "value");
@@ -107,7 +113,7 @@ TEST(PlatformAppProperties, DatabaseKeyFromPasswordFileOrEnvironment) {
     EXPECT_EQ("", key);
 }
 
-TEST(PlatformTrace, ChannelsWriteWhileOnAndLogLinesAlways) {
+TEST(PlatformTrace, ChannelsWriteWhileSwitchedOnAndLogLinesAlways) {
     velmtest::TraceCapture capture({});
     Trace trace("PlatformTrace.Gate");
     ASSERT_FALSE(trace.enabled());
@@ -134,9 +140,8 @@ TEST(PlatformTrace, ChannelsWriteWhileOnAndLogLinesAlways) {
     EXPECT_EQ(&shared, &velm::STrace::instance());
     shared.log("trusted hosts %d", 3);
     EXPECT_EQ((Lines{"trusted hosts 3"}), capture.lines(shared.name()));
-}
 
-TEST(PlatformTrace, ConfigurationAndEnvironmentSwitchChannelsOn) {
+    // Configuration and the environment switch channels on as they are made.
     AppProperties::set("Trace", "PlatformTrace.Configured", "yes");
     AppProperties::set("Trace", "PlatformTrace.Off", "off");
     setenv("VELM_TRACE", "PlatformTrace.Listed,PlatformTrace.Also", 1);
@@ -149,15 +154,9 @@ TEST(PlatformTrace, ConfigurationAndEnvironmentSwitchChannelsOn) {
     EXPECT_TRUE(Trace("PlatformTrace.Anything").enabled());
 }
 
-// The default sink, made once per process at the first line no installed sink takes: to a configured file, or to
+// The default sink is made at the first line that no installed sink takes; without [Trace] Output it writes to
 // standard error.
-class PlatformTraceDefaultSink : public testing::TestWithParam<bool> {};
-
-TEST_P(PlatformTraceDefaultSink, WritesLinesOfItsChannelOnceTheInstalledSinkIsRemoved) {
-    velmtest::TempDirectory directory;
-    std::string file = directory.path() + "/trace.log";
-    if (GetParam())
-        AppProperties::set("Trace", "Output", file.c_str());
+TEST(PlatformTrace, DefaultSinkTakesTheLinesOnceTheInstalledSinkIsRemoved) {
     Trace trace("PlatformTrace.Default");
     Lines captured;
     {
@@ -168,41 +167,27 @@ TEST_P(PlatformTraceDefaultSink, WritesLinesOfItsChannelOnceTheInstalledSinkIsRe
     testing::internal::CaptureStderr();
     trace.log("first %d", 1);
     trace.log("second\n");
-    std::string written = testing::internal::GetCapturedStderr();
-    if (GetParam()) {
-        EXPECT_EQ("", written);
-        std::ostringstream text;
-        text << std::ifstream(file).rdbuf();
-        written = text.str();
-    }
+    EXPECT_EQ("[PlatformTrace.Default] first 1\n[PlatformTrace.Default] second\n", testing::internal::GetCapturedStderr());
     EXPECT_EQ((Lines{"to the capture"}), captured);
-    EXPECT_EQ("[PlatformTrace.Default] first 1\n[PlatformTrace.Default] second\n", written);
 }
-
-INSTANTIATE_TEST_SUITE_P(ToFileOrStandardError, PlatformTraceDefaultSink, testing::Bool());
 
 TEST(PlatformEventMgr, AlarmsChooseTheirIdentifierByStateUntilTheSinkIsRemoved) {
     using Events = std::vector<std::pair<std::string, std::string>>;
-    Events raised;
-    {
-        velmtest::AlarmCapture capture;
-        EventMgrForSipServer proxy;
-        proxy.ProxyDBAccess("database failure - connect", 0);
-        proxy.ProxyDBAccess("back", 1);
-        proxy.ProxyDBAccess("odd state", 2);
-        EventMgrForEventServer events;
-        events.EvtSrvConfCapacity("80 percent usage");
-        events.EvtSrvConfCapExceeded("100 percent usage", 0);
-        events.EvtSrvConfCapExceeded("back below", 1);
-        raised = capture.alarms();
-    }
+    auto capture = std::make_unique<velmtest::AlarmCapture>();
+    EventMgrForSipServer().ProxyDBAccess("database failure - connect", 0);
+    EventMgrForSipServer().ProxyDBAccess("back", 1);
+    EventMgrForSipServer().ProxyDBAccess("odd state", 2);
+    EventMgrForEventServer().EvtSrvConfCapacity("80 percent usage");
+    EventMgrForEventServer().EvtSrvConfCapExceeded("100 percent usage", 0);
+    EventMgrForEventServer().EvtSrvConfCapExceeded("back below", 1);
     EXPECT_EQ((Events{{"zuVELMProxyDBAccessFailed", "database failure - connect"},
                       {"zuVELMProxyDBAccessOK", "back"},
                       {"zuVELMProxyDBAccessFailed", "odd state"},
                       {"zuVELMConfCapacity", "80 percent Conf Ext Used: 80 percent usage"},
                       {"zuVELMConfCapExceeded", "Max Conf Ext Used: 100 percent usage"},
                       {"zuVELMConfCapOK", "Max Conf Ext Used: back below"}}),
-              raised);
+              capture->alarms());
+    capture.reset();
     EventMgr::logIt("lost", "to syslog");
     velmtest::AlarmCapture later;
     EventMgr::logIt("two", "second");
@@ -223,3 +208,61 @@ TEST(PlatformContactsCache, HostFillsAndInvalidatesByNameAndKey) {
     EXPECT_EQ("1 sequential redirect kept sip:c@192.0.2.3", cached("PROXY", 43));
     EXPECT_EQ("1 sequential redirect kept sip:other@192.0.2.9", cached("OTHER", 42));
 }
+
+// Each test case runs in a process of its own, where the adapter loads its module once, at first use.
+TEST(PlatformContactResolver, ModuleLoadedAtFirstUseAnswers) {
+    configureResolver(VELM_TEST_RESOLVER_MODULE);
+    ContactResolverAdapter* adapter = ContactResolverAdapter::instance();
+    Lines contacts{"sip:already@there"};
+    std::string error;
+    EXPECT_EQ(0, adapter->resolve("sip:two@example.com", contacts, error));
+    EXPECT_EQ((Lines{"sip:already@there", "sip:first@192.0.2.1:5060", "sip:second@192.0.2.2;transport=tcp"}),
+              contacts);
+    configureResolver("/nonexistent/other-module.so");
+
+    const std::pair<const char*, int> answers[] = {{"sip:none@example.com", 0}, {"sip:unknown@example.com", 1},
+                                                   {"sip:other@example.com", 2}, {"sip:odd@example.com", 7}};
+    for (const auto& answer : answers) {
+        contacts.clear();
+        EXPECT_EQ(answer.second, adapter->resolve(answer.first, contacts, error)) << answer.first;
+        EXPECT_EQ("", error);
+        EXPECT_TRUE(contacts.empty());
+    }
+    EXPECT_EQ(3, adapter->resolve("sip:fail@example.com", contacts, error));
+    EXPECT_EQ("routing service unreachable for sip:fail@example.com", error);
+    EXPECT_EQ(3, adapter->resolve(nullptr, contacts, error));
+    EXPECT_EQ("no request URI given", error);
+}
+
+// The modules that give no answer: none configured (no action), one that is absent, a file that is no shared
+// object, a library without the entry point (errors, logged once even with the channel off).
+class PlatformContactResolverLoad : public testing::TestWithParam<int> {};
+
+TEST_P(PlatformContactResolverLoad, NoModuleTakesNoActionAndOneThatFailsToLoadIsAnError) {
+    velmtest::TempDirectory directory;
+    const std::string paths[] = {"", directory.path() + "/absent-resolver.so",
+                                 directory.write("broken-resolver.so", "#!/bin/sh\n" + std::string(200, '#') + "\n"),
+                                 VELM_TEST_NOT_A_RESOLVER};
+    const std::string& path = paths[GetParam()];
+    configureResolver(path);
+    velmtest::TraceCapture capture({});
+    Lines contacts;
+    std::string error;
+    EXPECT_EQ(path.empty() ? 2 : 3, ContactResolverAdapter::instance()->resolve("sip:two@example.com", contacts, error));
+    EXPECT_TRUE(contacts.empty());
+    // The error in full, or its start when the loader's own reason follows.
+    const std::string loadFailure = "cannot load resolver module " + path + ": ";
+    const std::pair<std::string, bool> expected[] = {
+        {"", true}, {loadFailure, false}, {loadFailure, false},
+        {"resolver module " + path + " has no function velm_resolve_contacts", true}};
+    const auto& want = expected[GetParam()];
+    EXPECT_EQ(want.first, want.second ? error : error.substr(0, want.first.size()));
+    EXPECT_TRUE(want.second || error.size() > want.first.size()) << error;
+    EXPECT_EQ(GetParam() == 1, error.find("No such file or directory") != std::string::npos) << error;
+    std::string again;
+    ContactResolverAdapter::instance()->resolve("sip:two@example.com", contacts, again);
+    EXPECT_EQ(error, again);
+    EXPECT_EQ(path.empty() ? Lines{} : Lines{error}, capture.lines("ContactResolverAdapter"));
+}
+
+INSTANTIATE_TEST_SUITE_P(Modules, PlatformContactResolverLoad, testing::Values(0, 1, 2, 3));
