@@ -18,8 +18,8 @@
 #include <vector>
 
 using velm::AppProperties;
-using velm::Trace;
 using velm::ContactResolverAdapter;
+using velm::Trace;
 using Lines = std::vector<std::string>;
 
 namespace {
@@ -219,19 +219,19 @@ TEST(PlatformContactResolver, ModuleLoadedAtFirstUseAnswers) {
     EXPECT_EQ((Lines{"sip:already@there", "sip:first@192.0.2.1:5060", "sip:second@192.0.2.2;transport=tcp"}),
               contacts);
     configureResolver("/nonexistent/other-module.so");
-
-    const std::pair<const char*, int> answers[] = {{"sip:none@example.com", 0}, {"sip:unknown@example.com", 1},
-                                                   {"sip:other@example.com", 2}, {"sip:odd@example.com", 7}};
+    const struct {
+        const char* uri;
+        int status;
+        std::string error;
+    } answers[] = {{"sip:none@example.com", 0, ""}, {"sip:unknown@example.com", 1, ""}, {"sip:other@example.com", 2, ""},
+                   {"sip:odd@example.com", 7, ""}, {"sip:fail@example.com", 3, "routing service unreachable for sip:fail@example.com"},
+                   {nullptr, 3, "no request URI given"}};
     for (const auto& answer : answers) {
         contacts.clear();
-        EXPECT_EQ(answer.second, adapter->resolve(answer.first, contacts, error)) << answer.first;
-        EXPECT_EQ("", error);
+        EXPECT_EQ(answer.status, adapter->resolve(answer.uri, contacts, error)) << answer.error;
+        EXPECT_EQ(answer.error, error);
         EXPECT_TRUE(contacts.empty());
     }
-    EXPECT_EQ(3, adapter->resolve("sip:fail@example.com", contacts, error));
-    EXPECT_EQ("routing service unreachable for sip:fail@example.com", error);
-    EXPECT_EQ(3, adapter->resolve(nullptr, contacts, error));
-    EXPECT_EQ("no request URI given", error);
 }
 
 // The modules that give no answer: none configured (no action), one that is absent, a file that is no shared

@@ -223,10 +223,8 @@ TEST(PlatformVariableSubstitution, VariablesExpandAndEverythingElseStaysAsWritte
              {"protocol", "sip"}, {"user", "+4930123"}, {"host", "example.com"}, {"port", "5070"},
              {"parameters", "user=phone"}, {"empty", ""}, {"money", "$user"}})
         table.put(entry.first, entry.second);
-    const struct {
-        const char* text;
-        const char* marker;
-        const char* expected;
+    const struct Row {
+        const char *text, *marker, *expected;
     } cases[] = {
         {"$protocol:$user@gw.example.net:$port;$parameters", "$", "sip:+4930123@gw.example.net:5070;user=phone"},
         {"${protocol}:${user}@${host}", "$", "sip:+4930123@example.com"},
@@ -283,14 +281,10 @@ TEST(PlatformCrypt, StoredTextsThatFailSayWhy) {
     const std::string authentication = "stored password fails authentication";
     const std::string tooShort = "stored password is too short";
     const std::pair<std::string, std::string> cases[] = {
-        {altered(0), authentication},
-        {altered(stored.size() / 2), authentication},
-        {altered(stored.size() - 5), authentication},
-        {foreign, authentication},
-        {stored.substr(0, stored.size() - 4), authentication},
-        {stored.substr(0, 8), tooShort},
-        {"c2VjcmV0", tooShort},
-        {"", tooShort},
+        {altered(0), authentication}, {altered(stored.size() / 2), authentication},
+        {altered(stored.size() - 5), authentication}, {foreign, authentication},
+        {stored.substr(0, stored.size() - 4), authentication}, {stored.substr(0, 8), tooShort},
+        {"c2VjcmV0", tooShort}, {"", tooShort},
         {"plaintext password!", "stored password is not base64 text"},
     };
     for (const auto& c : cases) {
