@@ -188,7 +188,6 @@ TEST(PlatformEventMgr, AlarmsChooseTheirIdentifierByStateUntilTheSinkIsRemoved) 
                       {"zuVELMConfCapOK", "Max Conf Ext Used: back below"}}),
               capture->alarms());
     capture.reset();
-    EventMgr::logIt("lost", "to syslog");
     velmtest::AlarmCapture later;
     EventMgr::logIt("two", "second");
     EXPECT_EQ((Events{{"two", "second"}}), later.alarms());

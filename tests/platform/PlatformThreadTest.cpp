@@ -11,8 +11,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstring>
 #include <functional>
 #include <future>
+#include <new>
 #include <thread>
 
 namespace {
@@ -126,7 +128,11 @@ TEST(PlatformLocks, CancelledThreadLeavesNoMutexHeld) {
             std::this_thread::yield();
         }
     };
-    osk::Mutex safeLocked, guarded;
+    // One mutex is built over stale bytes, as on the stack or the heap: it must not rely on zeroed memory.
+    alignas(osk::Mutex) unsigned char stale[sizeof(osk::Mutex)];
+    std::memset(stale, 0xff, sizeof stale);
+    osk::Mutex& safeLocked = *new (stale) osk::Mutex;
+    osk::Mutex guarded;
     osk::CritSect section;
     waitThen([&] { osk::withCancelSafeLock(safeLocked, spin); }, nullptr);
     waitThen([&] { osk::Guard guard(guarded); spin(); }, nullptr);
@@ -135,4 +141,5 @@ TEST(PlatformLocks, CancelledThreadLeavesNoMutexHeld) {
         EXPECT_EQ(0, pthread_mutex_trylock(mutex));
         pthread_mutex_unlock(mutex);
     }
+    safeLocked.~Mutex();
 }
