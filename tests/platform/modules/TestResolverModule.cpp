@@ -1,5 +1,4 @@
-// A resolver module for the tests: its answer depends on the user part of the
-// request URI.
+// A resolver module for the tests: its answer depends on the user part of the request URI.
 #include "ContactResolverModule.h"
 
 #include <cstdio>
@@ -7,20 +6,16 @@
 
 extern "C" int velm_resolve_contacts(const char* request_uri, velm_resolver_add_contact add_contact, void* list,
                                      char* error, size_t error_size) {
-    if (std::strncmp(request_uri, "sip:two@", 8) == 0) {
+    auto startsWith = [request_uri](const char* prefix) { return std::strncmp(request_uri, prefix, std::strlen(prefix)) == 0; };
+    if (startsWith("sip:two@")) {
         add_contact(list, "sip:first@192.0.2.1:5060");
         add_contact(list, "sip:second@192.0.2.2;transport=tcp");
-        return VELM_RESOLVER_SUCCESS;
     }
-    if (std::strncmp(request_uri, "sip:none@", 9) == 0)
+    if (startsWith("sip:two@") || startsWith("sip:none@"))
         return VELM_RESOLVER_SUCCESS;
-    if (std::strncmp(request_uri, "sip:unknown@", 12) == 0)
+    if (startsWith("sip:unknown@"))
         return VELM_RESOLVER_NOT_FOUND;
-    if (std::strncmp(request_uri, "sip:fail@", 9) == 0) {
+    if (startsWith("sip:fail@"))
         std::snprintf(error, error_size, "routing service unreachable for %s", request_uri);
-        return VELM_RESOLVER_ERROR;
-    }
-    if (std::strncmp(request_uri, "sip:odd@", 8) == 0)
-        return 7;
-    return VELM_RESOLVER_NO_ACTION;
+    return startsWith("sip:fail@") ? VELM_RESOLVER_ERROR : startsWith("sip:odd@") ? 7 : VELM_RESOLVER_NO_ACTION;
 }
