@@ -6,7 +6,6 @@
 #include "QueryResultPtr.h"
 #include "RemoteFilter.h"
 #include "SubscriberRecord.h"
-#include "TraceCapture.h"
 
 #include <gtest/gtest.h>
 
@@ -19,14 +18,13 @@
 using velm::DatabaseCommandExecutor;
 using velm::DatabaseResult;
 using velm::QueryResultPtr;
-using velmtest::holds;
-using velmtest::kind;
+using namespace velmtest;
 
 namespace {
 
 const char* const NO_CONNECTION = "attempt to execute a command with no database connection";
 
-class CommandExecutor : public velmtest::ExecutorTest {
+class CommandExecutor : public ExecutorTest {
 protected:
     void SetUp() override {
         ExecutorTest::SetUp();
@@ -42,16 +40,12 @@ protected:
 
 using Command = std::function<std::string(DatabaseCommandExecutor&)>;
 
-std::string n(int answer) {
-    return std::to_string(answer);
-}
 
 } // namespace
 
 TEST(CommandExecutorUnconnected, EveryCommandReportsTheMissingConnection) {
     velm::ContactRecord contact;
-    int id = 0;
-    std::string text;
+    std::string value;
     bool known = true;
     std::vector<velm::remoteFilter> filters;
     velm::SubscriberRecord subscriber;
@@ -60,18 +54,16 @@ TEST(CommandExecutorUnconnected, EveryCommandReportsTheMissingConnection) {
     using E = DatabaseCommandExecutor;
     const std::vector<std::tuple<const char*, const char*, Command, const char*>> cases = {
         {"execute", "connectionError", [](E& e) { return kind(e.execute("SELECT 1")); }, NO_CONNECTION},
-        {"removeContact", "0", [](E& e) { return n(e.removeContact("a", "b", "c")); }, ""},
-        {"addContact", "-1", [&](E& e) { return n(e.addContact("a", "b", contact)); }, ""},
-        {"addContact", "-1", [&](E& e) { return n(e.addContact(contact)); }, ""},
-        {"lookupSubscriber", "-1", [&](E& e) { return n(e.lookupSubscriber("a", "b", subscriber, false)); }, ""},
+        {"removeContact", "0", [](E& e) { return text(e.removeContact("a", "b", "c")); }, ""},
+        {"addContact", "-1", [&](E& e) { return text(e.addContact("a", "b", contact)); }, ""},
+        {"addContact", "-1", [&](E& e) { return text(e.addContact(contact)); }, ""},
+        {"lookupSubscriber", "-1", [&](E& e) { return text(e.lookupSubscriber("a", "b", subscriber, false)); }, ""},
         {"addContactSet", "connectionError", [](E& e) { return kind(e.addContactSet(velm::ContactSetRecord())); }, ""},
-        {"createPublicAddress", "-1", [](E& e) { return n(e.createPublicAddress(7, "a", "b")); }, ""},
-        {"getRemoteFilters", "-1", [&](E& e) { return n(e.getRemoteFilters(&filters, &text)); }, ""},
-        {"getNextContactId", "connectionError", [&](E& e) { return kind(e.getNextContactId(10, 0, id)); }, ""},
-        {"getIdentity", "connectionError", [&](E& e) { return kind(e.getIdentity("a", "b", text)); }, ""},
+        {"createPublicAddress", "-1", [](E& e) { return text(e.createPublicAddress(7, "a", "b")); }, ""},
+        {"getRemoteFilters", "-1", [&](E& e) { return text(e.getRemoteFilters(&filters, &value)); }, ""},
         // Skips the connection check: a statement that did not run is an empty value.
         {"getSystemParameterValue", "okay",
-         [&](E& e) { return kind(e.getSystemParameterValue("velm", "system", "q", text)) + text; }, ""},
+         [&](E& e) { return kind(e.getSystemParameterValue("velm", "system", "q", value)) + value; }, ""},
         // A sid of 0 is refused before the database is asked; any other needs it.
         {"hasVisitingUserSubscriberId", "badParameter",
          [&](E& e) {
@@ -79,12 +71,13 @@ TEST(CommandExecutorUnconnected, EveryCommandReportsTheMissingConnection) {
              return answer + (known ? " known" : "");
          },
          "VUsid = 0"},
-        {"hasVisitingUserSubscriberId", "connectionError", [&](E& e) { return kind(e.hasVisitingUserSubscriberId(5, known)); }, ""},
+        {"hasVisitingUser", "connectionError", [&](E& e) { return kind(e.hasVisitingUserSubscriberId(5, known)); }, ""},
         {"addVisitingUser", "connectionError", [](E& e) { return kind(e.addVisitingUser(5)); }, ""},
         // A timer without time leaves the database alone.
         {"updateTimer", "okay", [](E& e) { return kind(e.updateTimer("r", "v", 0)); }, ""},
         {"updateTimer", "okay", [](E& e) { return kind(e.updateTimer(nullptr, nullptr, -5)); }, ""},
-        {"updateTimer", "connectionError", [](E& e) { return kind(e.updateTimer("r", "v", 60)); }, "updateTimer ConnectionError"},
+        {"updateTimer", "connectionError", [](E& e) { return kind(e.updateTimer("r", "v", 60)); },
+         "updateTimer ConnectionError"},
     };
     for (const auto& c : cases) {
         DatabaseCommandExecutor exec;
@@ -102,7 +95,7 @@ TEST(CommandExecutorUnconnected, EveryCommandReportsTheMissingConnection) {
 }
 
 TEST(CommandExecutorConnect, FailureCarriesTheBackendsText) {
-    velmtest::server();
+    server();
     DatabaseCommandExecutor incomplete;
     EXPECT_FALSE(incomplete.connect(nullptr, "velm", "pw"));
     EXPECT_EQ("missing connection parameters", incomplete.getErrorMessage());
@@ -116,41 +109,29 @@ TEST(CommandExecutorConnect, FailureCarriesTheBackendsText) {
     EXPECT_TRUE(holds(result.getErrorMessage(), "no_such_database"));
 }
 
-TEST_F(CommandExecutor, SuccessIsOkayAndLeavesRowsWithTheCaller) {
-    EXPECT_TRUE(exec.execute("INSERT INTO item VALUES (1, 'one'), (2, NULL)").okay());
+TEST_F(CommandExecutor, OutcomesRowsCountsAndTheErrorText) {
+    int count = -1;
+    ASSERT_TRUE(exec.executeUpdate("INSERT INTO item VALUES (1, 'one'), (2, NULL), (3, 'c')", count));
+    EXPECT_EQ(3, count);
     QueryResultPtr rows;
     DatabaseResult result = exec.execute("SELECT id, note FROM item ORDER BY id", rows);
-    EXPECT_TRUE(result.okay());
-    EXPECT_EQ("", result.getErrorMessage());
-    ASSERT_EQ(2, rows.rows());
-    EXPECT_STREQ("one", rows.getValue(0, 1));
-    EXPECT_STREQ("", rows.getValue(1, 1));
-}
-
-TEST_F(CommandExecutor, RejectedStatementIsAQueryErrorWithTheComposedText) {
-    DatabaseResult result = exec.execute("SELECT nothing FROM item");
+    EXPECT_EQ("okay|", joined({kind(result), result.getErrorMessage()}));
+    ASSERT_EQ(3, rows.rows());
+    EXPECT_EQ("one|", joined({rows.getValue(0, 1), rows.getValue(1, 1)}));
+    // A rejected statement is a query error with the composed text, which a
+    // later success keeps: only the okay() paths of commands clear it.
+    result = exec.execute("SELECT nothing FROM item");
     EXPECT_TRUE(result.queryError());
     EXPECT_TRUE(holds(result.getErrorMessage(), "nothing"));
     EXPECT_TRUE(holds(result.getErrorMessage(), ", sqlState=42703, sqlcommand=SELECT nothing FROM item"));
-    EXPECT_EQ(result.getErrorMessage(), exec.getErrorMessage());
-    // A later success does not clear the executor's text; only okay() paths do.
     EXPECT_TRUE(exec.execute("SELECT 1").okay());
     EXPECT_EQ(result.getErrorMessage(), exec.getErrorMessage());
-}
-
-TEST_F(CommandExecutor, ExecuteUpdateCountsRowsAndClearsTheErrorText) {
-    exec.execute("SELECT nothing");
-    ASSERT_NE("", exec.getErrorMessage());
-    const std::pair<const char*, int> updates[] = {{"INSERT INTO item VALUES (1, 'a'), (2, 'b'), (3, 'c')", 3},
-                                                   {"DELETE FROM item WHERE id >= 2", 2},
-                                                   {"DELETE FROM item WHERE id = 42", 0}};
-    for (const auto& update : updates) {
-        int count = -1;
-        ASSERT_TRUE(exec.executeUpdate(update.first, count)) << update.first;
-        EXPECT_EQ(update.second, count) << update.first;
-        EXPECT_EQ("", exec.getErrorMessage());
+    for (const auto& update : {std::make_pair("DELETE FROM item WHERE id >= 2", 2),
+                               std::make_pair("DELETE FROM item WHERE id = 42", 0)}) {
+        ASSERT_TRUE(exec.executeUpdate(update.first, count));
+        EXPECT_EQ(joined({std::to_string(update.second), ""}), joined({std::to_string(count), exec.getErrorMessage()}));
     }
-    int count = 99;
+    count = 99;
     EXPECT_FALSE(exec.executeUpdate("INSERT INTO item VALUES (1, 'again')", count));
     EXPECT_EQ(99, count);
     EXPECT_TRUE(holds(exec.getErrorMessage(), "sqlState=23505"));
@@ -166,7 +147,7 @@ TEST_F(CommandExecutor, KilledSessionIsRevivedWithoutAnError) {
 }
 
 TEST(CommandExecutorServerGone, FailedResultOutweighsTheLostConnection) {
-    velmtest::ScratchServer scratch;
+    ScratchServer scratch;
     DatabaseCommandExecutor exec, reader;
     ASSERT_TRUE(exec.connect(scratch.database().c_str(), "velm", "pw")) << exec.getErrorMessage();
     ASSERT_TRUE(reader.connect(scratch.database().c_str(), "velm", "pw")) << reader.getErrorMessage();
@@ -184,12 +165,12 @@ TEST(CommandExecutorServerGone, FailedResultOutweighsTheLostConnection) {
     EXPECT_FALSE(next.getErrorMessage().empty());
 
     // A system parameter whose statement failed is only traced, as an empty value.
-    velmtest::TraceCapture capture({velmtest::EXECUTOR});
+    TraceCapture capture({EXECUTOR});
     std::string value = "stale";
     EXPECT_TRUE(reader.getSystemParameterValue("velm", "system", "qos", value).okay());
     EXPECT_EQ("", value);
     EXPECT_TRUE(capture.contains(
-        velmtest::EXECUTOR, "DatabaseCommandExecutor::getSystemParameterValue(): *** ERROR ***: db execute failed!, "
+        EXECUTOR, "DatabaseCommandExecutor::getSystemParameterValue(): *** ERROR ***: db execute failed!, "
                             "cmd=SELECT system_parameters.value FROM system_parameters WHERE (((system_parameters."
                             "application = 'velm') AND (system_parameters.scope = 'system')) AND "
                             "(system_parameters.name = 'qos'));"));

@@ -52,10 +52,9 @@ TEST_P(SequenceCatchUp, DefaultsContinueAboveTheHighestIdentifierButNeverMoveBac
     const std::string insert = std::string("INSERT INTO ") + table.name + " (" + table.id + ", " + table.columns + ") ";
     int tag = 9000;
     for (const auto& step : steps) {
-        if (std::get<0>(step) != 0) {
+        if (std::get<0>(step) != 0)
             db.admin().exec(std::string("SELECT setval(pg_get_serial_sequence('") + table.name + "', '" + table.id +
                             "'), " + std::to_string(std::get<0>(step)) + ", false)");
-        }
         std::string rows;
         for (int id : std::get<1>(step))
             rows += (rows.empty() ? "VALUES (" : ", (") + std::to_string(id) + ", " + row(id).substr(1);

@@ -6,11 +6,13 @@
 #include "DatabaseResult.h"
 #include "Provisioning.h"
 #include "TestServer.h"
+#include "TraceCapture.h"
 
 #include <gtest/gtest.h>
 
 #include <initializer_list>
 #include <string>
+#include <vector>
 
 namespace velmtest {
 
@@ -20,6 +22,13 @@ extern const char* const EXECUTOR;
 // The outcome's kind, so that tables can name it: "okay", "notFound",
 // "queryError", "connectionError" or "badParameter".
 std::string kind(const velm::DatabaseResult& result);
+
+using Texts = std::vector<std::string>;
+
+// A number as text, for joined().
+inline std::string text(long value) {
+    return std::to_string(value);
+}
 
 // The values, '|' between them: a record's fields as one text to compare.
 std::string joined(std::initializer_list<std::string> values);
