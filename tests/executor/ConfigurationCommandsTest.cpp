@@ -29,7 +29,7 @@ namespace {
 
 using Read = std::function<DatabaseResult(DatabaseCommandExecutor&, Texts& out)>;
 
-// Reads a list into `initial`, and renders each record; sorted unless the
+// Reads the list into a copy of `initial` and renders each record; sorted unless the
 // command gives an order.
 template <class Record, class Render>
 Read listOf(DatabaseResult (DatabaseCommandExecutor::*get)(std::vector<Record>&), std::vector<Record> initial,
