@@ -1,27 +1,33 @@
-// The command executor's frame: connecting, the connection guard, and how
-// backend outcomes become DatabaseResults and error texts.
-#include "DatabaseCommandExecutor.h"
+// The command executor's frame: connecting, the connection guard, how backend outcomes become DatabaseResults
+// and error texts, and what every command does without a connection.
+#include "ContactRecord.h"
+#include "ContactSetRecord.h"
+#include "ExecutorFixture.h"
 #include "QueryResultPtr.h"
-#include "TestServer.h"
+#include "RemoteFilter.h"
+#include "SubscriberRecord.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <functional>
 #include <string>
+#include <tuple>
+#include <vector>
 
 using velm::DatabaseCommandExecutor;
 using velm::DatabaseResult;
 using velm::QueryResultPtr;
-using velmtest::TestDatabase;
+using namespace velmtest;
 
 namespace {
 
 const char* const NO_CONNECTION = "attempt to execute a command with no database connection";
 
-class CommandExecutor : public ::testing::Test {
+class CommandExecutor : public ExecutorTest {
 protected:
     void SetUp() override {
-        ASSERT_TRUE(exec.connect(db.name().c_str(), "velm", "pw")) << exec.getErrorMessage();
+        ExecutorTest::SetUp();
         db.admin().exec("CREATE TABLE item (id int PRIMARY KEY, note text)");
     }
 
@@ -30,81 +36,105 @@ protected:
         EXPECT_TRUE(exec.execute("SELECT pg_backend_pid()", result).okay());
         return std::atoi(result.getValue(0, 0));
     }
-
-    TestDatabase db;
-    DatabaseCommandExecutor exec;
 };
+
+using Command = std::function<std::string(DatabaseCommandExecutor&)>;
+
 
 } // namespace
 
-TEST(CommandExecutorUnconnected, EveryEntryPointReportsTheMissingConnection) {
+TEST(CommandExecutorUnconnected, EveryCommandReportsTheMissingConnection) {
+    velm::ContactRecord contact;
+    std::string value;
+    bool known = true;
+    std::vector<velm::remoteFilter> filters;
+    velm::SubscriberRecord subscriber;
+    // A command run on an executor that never connected, what it answers (a
+    // DatabaseResult's kind or an int command's number) and the error text.
+    using E = DatabaseCommandExecutor;
+    const std::vector<std::tuple<const char*, const char*, Command, const char*>> cases = {
+        {"execute", "connectionError", [](E& e) { return kind(e.execute("SELECT 1")); }, NO_CONNECTION},
+        {"removeContact", "0", [](E& e) { return text(e.removeContact("a", "b", "c")); }, ""},
+        {"addContact", "-1", [&](E& e) { return text(e.addContact("a", "b", contact)); }, ""},
+        {"addContact", "-1", [&](E& e) { return text(e.addContact(contact)); }, ""},
+        {"lookupSubscriber", "-1", [&](E& e) { return text(e.lookupSubscriber("a", "b", subscriber, false)); }, ""},
+        {"addContactSet", "connectionError", [](E& e) { return kind(e.addContactSet(velm::ContactSetRecord())); }, ""},
+        {"createPublicAddress", "-1", [](E& e) { return text(e.createPublicAddress(7, "a", "b")); }, ""},
+        {"getRemoteFilters", "-1", [&](E& e) { return text(e.getRemoteFilters(&filters, &value)); }, ""},
+        // Skips the connection check: a statement that did not run is an empty value.
+        {"getSystemParameterValue", "okay",
+         [&](E& e) { return kind(e.getSystemParameterValue("velm", "system", "q", value)) + value; }, ""},
+        // A sid of 0 is refused before the database is asked; any other needs it.
+        {"hasVisitingUserSubscriberId", "badParameter",
+         [&](E& e) {
+             std::string answer = kind(e.hasVisitingUserSubscriberId(0, known));
+             return answer + (known ? " known" : "");
+         },
+         "VUsid = 0"},
+        {"hasVisitingUser", "connectionError", [&](E& e) { return kind(e.hasVisitingUserSubscriberId(5, known)); }, ""},
+        {"addVisitingUser", "connectionError", [](E& e) { return kind(e.addVisitingUser(5)); }, ""},
+        // A timer without time leaves the database alone.
+        {"updateTimer", "okay", [](E& e) { return kind(e.updateTimer("r", "v", 0)); }, ""},
+        {"updateTimer", "okay", [](E& e) { return kind(e.updateTimer(nullptr, nullptr, -5)); }, ""},
+        {"updateTimer", "connectionError", [](E& e) { return kind(e.updateTimer("r", "v", 60)); },
+         "updateTimer ConnectionError"},
+    };
+    for (const auto& c : cases) {
+        DatabaseCommandExecutor exec;
+        EXPECT_EQ(std::get<1>(c), std::get<2>(c)(exec)) << std::get<0>(c);
+        if (*std::get<3>(c)) {
+            EXPECT_EQ(std::get<3>(c), exec.getErrorMessage()) << std::get<0>(c);
+        }
+    }
     DatabaseCommandExecutor exec;
     EXPECT_FALSE(exec.checkConnect());
     EXPECT_EQ(NO_CONNECTION, exec.getErrorMessage());
-    DatabaseResult result = exec.execute("SELECT 1");
-    EXPECT_TRUE(result.connectionError());
-    EXPECT_EQ(NO_CONNECTION, result.getErrorMessage());
     QueryResultPtr rows;
     EXPECT_TRUE(exec.execute("SELECT 1", rows).connectionError());
     EXPECT_EQ(0, rows.rows());
 }
 
 TEST(CommandExecutorConnect, FailureCarriesTheBackendsText) {
-    velmtest::server();
+    server();
     DatabaseCommandExecutor incomplete;
     EXPECT_FALSE(incomplete.connect(nullptr, "velm", "pw"));
     EXPECT_EQ("missing connection parameters", incomplete.getErrorMessage());
 
     DatabaseCommandExecutor exec;
     EXPECT_FALSE(exec.connect("no_such_database", "velm", "pw"));
-    EXPECT_NE(std::string::npos, exec.getErrorMessage().find("no_such_database"));
+    EXPECT_TRUE(holds(exec.getErrorMessage(), "no_such_database"));
     // The failed connection stays; the guard tries to revive it and reports why it cannot.
     DatabaseResult result = exec.execute("SELECT 1");
     EXPECT_TRUE(result.connectionError());
-    EXPECT_NE(std::string::npos, result.getErrorMessage().find("no_such_database")) << result.getErrorMessage();
+    EXPECT_TRUE(holds(result.getErrorMessage(), "no_such_database"));
 }
 
-TEST_F(CommandExecutor, SuccessIsOkayAndLeavesRowsWithTheCaller) {
-    EXPECT_TRUE(exec.execute("INSERT INTO item VALUES (1, 'one'), (2, NULL)").okay());
+TEST_F(CommandExecutor, OutcomesRowsCountsAndTheErrorText) {
+    int count = -1;
+    ASSERT_TRUE(exec.executeUpdate("INSERT INTO item VALUES (1, 'one'), (2, NULL), (3, 'c')", count));
+    EXPECT_EQ(3, count);
     QueryResultPtr rows;
     DatabaseResult result = exec.execute("SELECT id, note FROM item ORDER BY id", rows);
-    EXPECT_TRUE(result.okay());
-    EXPECT_EQ("", result.getErrorMessage());
-    ASSERT_EQ(2, rows.rows());
-    EXPECT_STREQ("one", rows.getValue(0, 1));
-    EXPECT_STREQ("", rows.getValue(1, 1));
-}
-
-TEST_F(CommandExecutor, RejectedStatementIsAQueryErrorWithTheComposedText) {
-    DatabaseResult result = exec.execute("SELECT nothing FROM item");
+    EXPECT_EQ("okay|", joined({kind(result), result.getErrorMessage()}));
+    ASSERT_EQ(3, rows.rows());
+    EXPECT_EQ("one|", joined({rows.getValue(0, 1), rows.getValue(1, 1)}));
+    // A rejected statement is a query error with the composed text, which a
+    // later success keeps: only the okay() paths of commands clear it.
+    result = exec.execute("SELECT nothing FROM item");
     EXPECT_TRUE(result.queryError());
-    EXPECT_NE(std::string::npos, result.getErrorMessage().find("nothing"));
-    EXPECT_NE(std::string::npos, result.getErrorMessage().find(", sqlState=42703, sqlcommand=SELECT nothing FROM item"));
-    EXPECT_EQ(result.getErrorMessage(), exec.getErrorMessage());
-    // A later success does not clear the executor's text; only okay() paths do.
+    EXPECT_TRUE(holds(result.getErrorMessage(), "nothing"));
+    EXPECT_TRUE(holds(result.getErrorMessage(), ", sqlState=42703, sqlcommand=SELECT nothing FROM item"));
     EXPECT_TRUE(exec.execute("SELECT 1").okay());
     EXPECT_EQ(result.getErrorMessage(), exec.getErrorMessage());
-}
-
-TEST_F(CommandExecutor, ExecuteUpdateCountsRowsAndClearsTheErrorText) {
-    exec.execute("SELECT nothing");
-    ASSERT_NE("", exec.getErrorMessage());
-    int count = -1;
-    ASSERT_TRUE(exec.executeUpdate("INSERT INTO item VALUES (1, 'a'), (2, 'b'), (3, 'c')", count));
-    EXPECT_EQ(3, count);
-    EXPECT_EQ("", exec.getErrorMessage());
-    ASSERT_TRUE(exec.executeUpdate("DELETE FROM item WHERE id >= 2", count));
-    EXPECT_EQ(2, count);
-    ASSERT_TRUE(exec.executeUpdate("DELETE FROM item WHERE id = 42", count));
-    EXPECT_EQ(0, count);
-}
-
-TEST_F(CommandExecutor, ExecuteUpdateReportsARejectedStatement) {
-    int count = 99;
-    EXPECT_TRUE(exec.executeUpdate("INSERT INTO item VALUES (1, 'a')", count));
+    for (const auto& update : {std::make_pair("DELETE FROM item WHERE id >= 2", 2),
+                               std::make_pair("DELETE FROM item WHERE id = 42", 0)}) {
+        ASSERT_TRUE(exec.executeUpdate(update.first, count));
+        EXPECT_EQ(joined({std::to_string(update.second), ""}), joined({std::to_string(count), exec.getErrorMessage()}));
+    }
+    count = 99;
     EXPECT_FALSE(exec.executeUpdate("INSERT INTO item VALUES (1, 'again')", count));
-    EXPECT_EQ(1, count);
-    EXPECT_NE(std::string::npos, exec.getErrorMessage().find("sqlState=23505"));
+    EXPECT_EQ(99, count);
+    EXPECT_TRUE(holds(exec.getErrorMessage(), "sqlState=23505"));
 }
 
 TEST_F(CommandExecutor, KilledSessionIsRevivedWithoutAnError) {
@@ -117,19 +147,31 @@ TEST_F(CommandExecutor, KilledSessionIsRevivedWithoutAnError) {
 }
 
 TEST(CommandExecutorServerGone, FailedResultOutweighsTheLostConnection) {
-    velmtest::ScratchServer scratch;
-    DatabaseCommandExecutor exec;
+    ScratchServer scratch;
+    DatabaseCommandExecutor exec, reader;
     ASSERT_TRUE(exec.connect(scratch.database().c_str(), "velm", "pw")) << exec.getErrorMessage();
+    ASSERT_TRUE(reader.connect(scratch.database().c_str(), "velm", "pw")) << reader.getErrorMessage();
     scratch.stop();
 
     DatabaseResult result = exec.execute("SELECT 1");
     // The backend could not reset after a fatal result, but the failed result wins.
     EXPECT_TRUE(result.queryError());
-    EXPECT_NE(std::string::npos, result.getErrorMessage().find(", sqlState="));
-    EXPECT_NE(std::string::npos, result.getErrorMessage().find("sqlcommand=SELECT 1"));
+    EXPECT_TRUE(holds(result.getErrorMessage(), ", sqlState="));
+    EXPECT_TRUE(holds(result.getErrorMessage(), "sqlcommand=SELECT 1"));
 
     // Now the session is known to be broken: the guard's reset fails.
     DatabaseResult next = exec.execute("SELECT 1");
     EXPECT_TRUE(next.connectionError());
     EXPECT_FALSE(next.getErrorMessage().empty());
+
+    // A system parameter whose statement failed is only traced, as an empty value.
+    TraceCapture capture({EXECUTOR});
+    std::string value = "stale";
+    EXPECT_TRUE(reader.getSystemParameterValue("velm", "system", "qos", value).okay());
+    EXPECT_EQ("", value);
+    EXPECT_TRUE(capture.contains(
+        EXECUTOR, "DatabaseCommandExecutor::getSystemParameterValue(): *** ERROR ***: db execute failed!, "
+                            "cmd=SELECT system_parameters.value FROM system_parameters WHERE (((system_parameters."
+                            "application = 'velm') AND (system_parameters.scope = 'system')) AND "
+                            "(system_parameters.name = 'qos'));"));
 }

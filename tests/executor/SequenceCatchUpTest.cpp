@@ -1,112 +1,71 @@
-// Rows inserted with identifiers of their own move the identifier sequence
-// past them, so rows that take the default never collide with them.
+// Rows inserted with identifiers of their own move the identifier sequence past them, so rows that take the
+// default never collide with them.
 #include "TestServer.h"
 
 #include <gtest/gtest.h>
 
-#include <initializer_list>
-#include <ostream>
 #include <string>
-
-using velmtest::TestDatabase;
+#include <tuple>
+#include <vector>
 
 namespace {
 
+// A table, its identifier, the other columns of a row and their values for a
+// row tagged {id}, and the rows its rows point at.
 struct Table {
     const char* name;
     const char* id;
-    // A row with identifier {id}: the other columns and their values.
     const char* columns;
     const char* values;
-    // Rows the table's rows point at.
     const char* setup;
 };
 
 const Table TABLES[] = {
-    {"contact_set", "csid", "ordering", "'cycle'", ""},
-    {"public_address", "public_address_id", "handle, sip_domain, csid, primary_handle", "'h{id}', 'example.com', 1, false",
-     "INSERT INTO contact_set (csid) VALUES (1)"},
+    {"contact_set", "csid", "ordering", "'cycle'", "SELECT 1"},
+    {"public_address", "public_address_id", "handle, sip_domain, csid, primary_handle",
+     "'h{id}', 'example.com', 1, false", "INSERT INTO contact_set (csid) VALUES (1)"},
     {"contact", "contact_id", "csid, address", "1, 'sip:c{id}@10.0.0.1'", "INSERT INTO contact_set (csid) VALUES (1)"},
 };
 
-void PrintTo(const Table& table, std::ostream* out) {
-    *out << table.name;
-}
-
-std::string tableName(const testing::TestParamInfo<Table>& info) {
-    return info.param.name;
-}
-
-std::string withId(std::string sql, int id) {
-    for (std::string::size_type at; (at = sql.find("{id}")) != std::string::npos;)
-        sql.replace(at, 4, std::to_string(id));
-    return sql;
-}
-
-class SequenceCatchUp : public testing::TestWithParam<Table> {
-protected:
-    void SetUp() override {
-        if (*GetParam().setup)
-            db.admin().exec(GetParam().setup);
-    }
-
-    // One statement inserting rows with these identifiers, in this order.
-    void explicitRows(std::initializer_list<int> ids) {
-        std::string sql = "INSERT INTO " + std::string(GetParam().name) + " (" + GetParam().id + ", " +
-                          GetParam().columns + ") VALUES ";
-        const char* separator = "";
-        for (int id : ids) {
-            sql += separator + ("(" + std::to_string(id) + ", " + withId(GetParam().values, id) + ")");
-            separator = ", ";
-        }
-        db.admin().exec(sql);
-    }
-
-    // The identifier that a row taking the default gets; `tag` keeps unique
-    // columns apart.
-    int defaultRow(int tag) {
-        return std::stoi(db.admin().value("INSERT INTO " + std::string(GetParam().name) + " (" + GetParam().columns +
-                                          ") VALUES (" + withId(GetParam().values, tag) + ") RETURNING " +
-                                          GetParam().id));
-    }
-
-    void setSequence(const std::string& value, bool called) {
-        db.admin().exec("SELECT setval(pg_get_serial_sequence('" + std::string(GetParam().name) + "', '" +
-                        GetParam().id + "'), " + value + ", " + (called ? "true" : "false") + ")");
-    }
-
-    TestDatabase db;
-};
+class SequenceCatchUp : public testing::TestWithParam<Table> {};
 
 } // namespace
 
-TEST_P(SequenceCatchUp, DefaultsContinueAboveTheHighestExplicitIdentifier) {
-    explicitRows({40, 70, 55});
-    EXPECT_EQ(71, defaultRow(9001));
-    // An explicit identifier below the sequence leaves it where it is.
-    explicitRows({10});
-    EXPECT_EQ(72, defaultRow(9002));
-    explicitRows({73});
-    EXPECT_EQ(74, defaultRow(9003));
-    // An insert of no rows changes nothing.
-    db.admin().exec("INSERT INTO " + std::string(GetParam().name) + " SELECT * FROM " + GetParam().name +
-                    " WHERE false");
-    EXPECT_EQ(75, defaultRow(9004));
+TEST_P(SequenceCatchUp, DefaultsContinueAboveTheHighestIdentifierButNeverMoveBack) {
+    const Table& table = GetParam();
+    auto row = [&table](int id) {
+        std::string values = table.values;
+        for (std::string::size_type at; (at = values.find("{id}")) != std::string::npos;)
+            values.replace(at, 4, std::to_string(id));
+        return "(" + values + ")";
+    };
+    // Where the sequence was set ahead to (not yet used), the identifiers
+    // inserted in one statement, and the one a row taking the default gets.
+    const std::tuple<int, std::vector<int>, int> steps[] = {
+        {0, {1}, 2},  // an unused sequence skips the value a row took
+        {0, {40, 70, 55}, 71}, {0, {10}, 72},  // below the sequence: it stays where it is
+        {0, {73}, 74}, {0, {}, 75},  // an insert of no rows changes nothing
+        {1000, {5}, 1000}, {2000, {2000}, 2001},
+    };
+    velmtest::TestDatabase db;
+    db.admin().exec(table.setup);
+    const std::string insert = std::string("INSERT INTO ") + table.name + " (" + table.id + ", " + table.columns + ") ";
+    int tag = 9000;
+    for (const auto& step : steps) {
+        if (std::get<0>(step) != 0)
+            db.admin().exec(std::string("SELECT setval(pg_get_serial_sequence('") + table.name + "', '" + table.id +
+                            "'), " + std::to_string(std::get<0>(step)) + ", false)");
+        std::string rows;
+        for (int id : std::get<1>(step))
+            rows += (rows.empty() ? "VALUES (" : ", (") + std::to_string(id) + ", " + row(id).substr(1);
+        db.admin().exec(rows.empty() ? insert + "SELECT " + table.id + ", " + table.columns + " FROM " + table.name +
+                                           " WHERE false"
+                                     : insert + rows);
+        EXPECT_EQ(std::to_string(std::get<2>(step)),
+                  db.admin().value(std::string("INSERT INTO ") + table.name + " (" + table.columns + ") VALUES " +
+                                   row(++tag) + " RETURNING " + table.id));
+    }
 }
 
-TEST_P(SequenceCatchUp, UnusedSequenceSkipsTheValueThatARowTook) {
-    explicitRows({1});
-    EXPECT_EQ(2, defaultRow(9001));
-}
-
-TEST_P(SequenceCatchUp, SequenceSetAheadIsNeverMovedBack) {
-    // Set ahead and not yet used: the next default is 1000.
-    setSequence("1000", false);
-    explicitRows({5});
-    EXPECT_EQ(1000, defaultRow(9001));
-    setSequence("2000", false);
-    explicitRows({2000});
-    EXPECT_EQ(2001, defaultRow(9002));
-}
-
-INSTANTIATE_TEST_SUITE_P(IdentifiedTables, SequenceCatchUp, testing::ValuesIn(TABLES), tableName);
+INSTANTIATE_TEST_SUITE_P(IdentifiedTables, SequenceCatchUp, testing::ValuesIn(TABLES),
+                         [](const testing::TestParamInfo<Table>& info) { return std::string(info.param.name); });
