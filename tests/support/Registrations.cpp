@@ -26,15 +26,6 @@ velm::ContactRecord contact(const std::string& uri, const std::string& qvalue, l
     return record;
 }
 
-std::map<std::string, std::string> storedQvalues(TestDatabase& db, int key) {
-    std::map<std::string, std::string> stored;
-    for (const auto& row : db.admin().query("SELECT address, qvalue FROM contact WHERE csid = (SELECT csid FROM "
-                                            "public_address WHERE public_address_id = " +
-                                            std::to_string(key) + ")"))
-        stored[row[0]] = row[1];
-    return stored;
-}
-
 std::vector<std::string> addresses(const std::vector<velm::ContactRecord>& contacts) {
     std::vector<std::string> found;
     for (const auto& record : contacts)

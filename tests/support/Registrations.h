@@ -5,7 +5,6 @@
 #include "ContactRecord.h"
 #include "TestServer.h"
 
-#include <map>
 #include <string>
 #include <vector>
 
@@ -18,9 +17,6 @@ int provisionAddress(TestDatabase& db, int sid, const std::string& handle, const
 // A contact as a REGISTER carries it: the URI, its Contact header
 // "<uri>", an expiry `expiresIn` seconds from now, a call id and a CSeq.
 velm::ContactRecord contact(const std::string& uri, const std::string& qvalue = "", long expiresIn = 3600);
-
-// The contacts stored for public address `key`: address -> qvalue.
-std::map<std::string, std::string> storedQvalues(TestDatabase& db, int key);
 
 // The addresses of `contacts`, in order.
 std::vector<std::string> addresses(const std::vector<velm::ContactRecord>& contacts);
