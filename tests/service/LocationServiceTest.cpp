@@ -20,7 +20,6 @@
 #include <atomic>
 #include <chrono>
 #include <csignal>
-#include <cstdio>
 #include <cstdlib>
 #include <memory>
 #include <set>
@@ -84,7 +83,6 @@ INSTANTIATE_TEST_SUITE_P(
     Values, LocationServiceConfiguration,
     testing::Values(FlagCase{"SipServer", "DatabaseType", "ODBC", true, false, false, false},
                     FlagCase{"SipServer", "DatabaseType", "odbc", true, false, false, false},
-                    FlagCase{"SipServer", "DatabaseType", "postgres", false, false, false, false},
                     FlagCase{"SipServer", "DatabaseType", nullptr, false, false, false, false},
                     FlagCase{"LocationService", "ModuleFirst", "TRUE", false, true, false, false},
                     FlagCase{"LocationService", "ModuleFirst", "yes", false, false, false, false},
@@ -100,14 +98,10 @@ TEST(LocationService, ConnectRunsCommandsAndConnectAgainReplacesTheConnection) {
     velmtest::TestDatabase first;
     velmtest::TestDatabase second;
     velmtest::AlarmCapture alarms;
-    velmtest::TraceCapture capture({"LocationService"});
     LocationService service;
     ASSERT_TRUE(service.connect(first.name().c_str(), "velm", "").okay());
-    EXPECT_TRUE(capture.contains("LocationService", "establishing database connection to " + first.name() + " as velm"));
-    EXPECT_TRUE(capture.contains("LocationService", "connect okay"));
     ASSERT_TRUE(service.connect(second.name().c_str(), "velm", "").okay());
     EXPECT_TRUE(service.executeCmd("CREATE TABLE scratch (n int)").okay());
-    EXPECT_TRUE(capture.contains("LocationService", "ExecuteCmd: CREATE TABLE scratch (n int)\n"));
     EXPECT_EQ("0", second.admin().value("SELECT count(*) FROM scratch"));
     EXPECT_TRUE(alarms.alarms().empty());
     // The first session ends.
@@ -172,14 +166,8 @@ TEST(LocationServicePool, EachThreadGetsItsOwnConnectedInstance) {
     velmtest::TestDatabase db;
     configureDatabase(db.name());
     LocationServicePool pool("workers");
-    velmtest::TraceCapture capture({"LocationService"});
     LocationService* mine = pool.getConnection();
     ASSERT_NE(nullptr, mine);
-    char id[32];
-    std::snprintf(id, sizeof id, "%xl", static_cast<unsigned>(pthread_self()));
-    const std::string creating = std::string("LocationServicePool::getConnection() creating new connection: threadid=") + id;
-    EXPECT_TRUE(capture.contains("LocationService", creating + "\n"));
-    EXPECT_TRUE(capture.contains("LocationService", creating + ", Total conn: 1\n"));
     LocationService* theirs = nullptr;
     std::thread([&] { theirs = pool.getConnection(); }).join();
     ASSERT_NE(nullptr, theirs);
@@ -187,21 +175,10 @@ TEST(LocationServicePool, EachThreadGetsItsOwnConnectedInstance) {
     EXPECT_TRUE(pthread_equal(pthread_self(), mine->m_threadId));
     EXPECT_NE(backendPid(*mine), backendPid(*theirs));
 
-    velmtest::TraceCapture again({"LocationService"});
     EXPECT_EQ(mine, pool.getConnection());
-    // A known thread only hears that its instance is reused.
-    EXPECT_EQ(std::vector<std::string>{"pool workers: using existing connection"}, again.lines("LocationService"));
     // Releasing ends the sessions of every thread's instance.
     pool.releaseConnections();
     EXPECT_TRUE(liveBackends(db, 0).empty());
-}
-
-TEST(LocationServicePool, ReleasingAnEmptyPoolOnlySaysSo) {
-    LocationServicePool pool;
-    velmtest::TraceCapture capture({"LocationService"});
-    pool.releaseConnections();
-    EXPECT_EQ(std::vector<std::string>{"releasing 0 database connections from pool "},
-              capture.lines("LocationService"));
 }
 
 TEST(LocationServicePool, SingletonLivesFromInstanceToDestroy) {
@@ -219,15 +196,10 @@ TEST(LocationServicePool, SingletonLivesFromInstanceToDestroy) {
 TEST(LocationServicePool, FailedConnectAlarmsAndTheInstanceStaysPooled) {
     configureDatabase("no_such_database");
     velmtest::AlarmCapture alarms;
-    velmtest::TraceCapture capture({"LocationService"});
     LocationServicePool pool("failing");
     LocationService* service = pool.getConnection();
     ASSERT_NE(nullptr, service);
     EXPECT_EQ(std::vector<std::string>{"database failure - connect"}, alarms.texts("zuVELMProxyDBAccessFailed"));
-    bool traced = false;
-    for (const auto& line : capture.lines("LocationService"))
-        traced = traced || (line.rfind("connect failed: ", 0) == 0 && line.find("no_such_database") != std::string::npos);
-    EXPECT_TRUE(traced);
 
     EXPECT_EQ(service, pool.getConnection());
     velm::DatabaseResult result = service->executeCmd("SELECT 1");
@@ -308,7 +280,6 @@ INSTANTIATE_TEST_SUITE_P(
                     LookupCase{"NameBeforeHost", "10.0.0.1", "proxy.example.com", "proxy.example.com", true},
                     LookupCase{"HostWhenNameUnknown", "10.0.0.1", "other.example.com", "10.0.0.1", false},
                     LookupCase{"NameAlone", "192.0.2.1", "proxy.example.com", "proxy.example.com", true},
-                    LookupCase{"Neither", "192.0.2.1", "other.example.com", "untouched", false},
                     LookupCase{"ExactCase", "10.0.0.1x", "PROXY.example.com", "untouched", false},
                     LookupCase{"NullHost", nullptr, "proxy.example.com", "untouched", false},
                     LookupCase{"NullName", "10.0.0.1", nullptr, "untouched", false}),
@@ -318,15 +289,12 @@ TEST(TrustedHosts, TheServerReadsTheTableAndSetsTheListForEveryInstance) {
     velmtest::TestDatabase db;
     db.admin().exec("INSERT INTO trusted_host (name, perform_orig_proc) VALUES ('gw.example.com', true), "
                     "('10.1.1.1', NULL)");
-    velmtest::TraceCapture capture({"velm"});
     LocationService server;
     ASSERT_TRUE(server.connect(db.name().c_str(), "velm", "pw").okay());
     std::vector<TrustedHostRecord> hosts;
     ASSERT_TRUE(server.queryTrustedHosts(hosts).okay());
     ASSERT_EQ(2u, hosts.size());
-    EXPECT_TRUE(capture.contains("velm", "QueryTrustedHost called\n"));
     server.setTrustedHosts(hosts);
-    EXPECT_TRUE(capture.contains("velm", "setTrustedHosts: trusted host init done"));
 
     LocationService worker;
     TrustedHostRecord record;

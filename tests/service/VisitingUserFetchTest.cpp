@@ -51,8 +51,6 @@ protected:
             admin.exec("INSERT INTO velm_users VALUES (" + std::to_string(VISITOR) + ", " + node + ")");
     }
 
-    std::string visitorRows() { return db.admin().value("SELECT count(*) FROM replica_extra"); }
-
     void visitor(int sid, long expires) {
         db.admin().exec("INSERT INTO replica_extra (packet_type, id, expires) VALUES ('subscriber', " +
                         std::to_string(sid) + ", " + std::to_string(expires) + ")");
@@ -60,16 +58,16 @@ protected:
 
     std::string visitors() { return db.admin().value("SELECT string_agg(id::text, ',' ORDER BY id) FROM replica_extra"); }
 
-    DatabaseResult lookup(SubscriberRecord& subscriber) {
-        return service.lookupSubscriberPassword("O'Neil", "Visited.Example.COM", subscriber);
-    }
+    DatabaseResult lookup() { return service.lookupSubscriberPassword("O'Neil", "Visited.Example.COM", subscriber); }
+
+    SubscriberRecord subscriber;
 };
 
 struct ArrivalCase {
     const char* name;
     const char* node; // the visitor's home node; null: no velm_users row
     DatabaseResult::status status;
-    const char *visitorRows, *alarm; // alarm null: none
+    const char *visitors, *alarm; // alarm null: none
 };
 
 class Arrival : public Visitors, public ::testing::WithParamInterface<ArrivalCase> {};
@@ -85,14 +83,13 @@ TEST_P(Arrival, TheVisitorIsRecordedAndReadOnceReplicated) {
         if (home.waitForRequest())
             replicate(c.node);
     });
-    SubscriberRecord subscriber;
-    DatabaseResult result = lookup(subscriber);
+    DatabaseResult result = lookup();
     replicator.join();
 
     EXPECT_EQ(c.status, result.m_status) << result.getErrorMessage();
     EXPECT_EQ(VISITOR, subscriber.sid());
     EXPECT_FALSE(subscriber.isLocal());
-    EXPECT_EQ(c.visitorRows, visitorRows());
+    EXPECT_EQ(c.visitors, visitors());
     EXPECT_EQ(c.alarm != nullptr ? std::vector<std::string>{c.alarm} : std::vector<std::string>{},
               alarms.texts("zuVELMProxyDBAccessFailed"));
 
@@ -109,21 +106,20 @@ TEST_P(Arrival, TheVisitorIsRecordedAndReadOnceReplicated) {
 
 INSTANTIATE_TEST_SUITE_P(
     HomeNodes, Arrival,
-    testing::Values(ArrivalCase{"OtherNode", "9", DatabaseResult::OKAY, "1", nullptr},
-                    ArrivalCase{"NullNode", "NULL", DatabaseResult::OKAY, "1", nullptr},
+    testing::Values(ArrivalCase{"OtherNode", "9", DatabaseResult::OKAY, "42", nullptr},
+                    ArrivalCase{"NullNode", "NULL", DatabaseResult::OKAY, "42", nullptr},
                     // Its home moved here meanwhile: no visitor any more.
-                    ArrivalCase{"ThisNode", "7", DatabaseResult::OKAY, "0", nullptr},
-                    ArrivalCase{"NoNodeRow", nullptr, DatabaseResult::NOTFOUND, "1",
+                    ArrivalCase{"ThisNode", "7", DatabaseResult::OKAY, "", nullptr},
+                    ArrivalCase{"NoNodeRow", nullptr, DatabaseResult::NOTFOUND, "42",
                                 "database failure - lookupSubscriberPassword_7. sid node not found"}),
     [](const testing::TestParamInfo<ArrivalCase>& info) { return std::string(info.param.name); });
 
 TEST_F(Visitors, AVisitorWhoseRowsNeverArriveIsAConnectionErrorAfterTheWait) {
     ProfileService home(VISITOR);
     configure(home.address());
-    SubscriberRecord subscriber;
-    DatabaseResult result = lookup(subscriber);
+    DatabaseResult result = lookup();
     EXPECT_TRUE(result.connectionError());
-    EXPECT_EQ("1", visitorRows());
+    EXPECT_EQ("42", visitors());
     EXPECT_EQ(1u, home.requests().size());
 }
 
@@ -131,30 +127,11 @@ TEST_F(Visitors, ALocalSubscriberIsNotAskedFor) {
     ProfileService home(VISITOR);
     configure(home.address());
     replicate(nullptr);
-    SubscriberRecord subscriber;
-    EXPECT_TRUE(lookup(subscriber).okay());
+    EXPECT_TRUE(lookup().okay());
     EXPECT_EQ(VISITOR, subscriber.sid());
     EXPECT_TRUE(subscriber.isLocal());
     EXPECT_TRUE(home.requests().empty());
-    EXPECT_EQ("0", visitorRows());
-}
-
-TEST_F(Visitors, TheRequestIsAnAuthenticatedSoapPost) {
-    RawPeer peer("HTTP/1.1 404 Not Found\r\nContent-Length: 0\r\nConnection: close\r\n\r\n");
-    configure(peer.address());
-    SubscriberRecord subscriber;
-    lookup(subscriber);
-    std::string request = peer.request();
-    EXPECT_EQ(0u, request.find(std::string("POST ") + SERVICE_PATH + " HTTP/1.1\r\n")) << request;
-    EXPECT_EQ("text/xml; charset=utf-8", peer.header("Content-Type"));
-    EXPECT_EQ(std::string("\"") + ACTION + "\"", peer.header("SOAPAction"));
-    EXPECT_EQ("Basic ZWRnZTpzM2NyZXQ=", peer.header("Authorization")); // edge:s3cret
-    std::string body = peer.body();
-    EXPECT_NE(std::string::npos, body.find("xmlns:ns4=\"urn:velm:admin:visitingUser\"")) << body;
-    EXPECT_NE(std::string::npos, body.find("SOAP-ENV:encodingStyle=\"http://schemas.xmlsoap.org/soap/encoding/\""));
-    EXPECT_NE(std::string::npos, body.find("<ns4:getVisitingProfile>"));
-    EXPECT_NE(std::string::npos, body.find("<handle>o''neil</handle>")) << body;
-    EXPECT_NE(std::string::npos, body.find("<domain>visited.example.com</domain>"));
+    EXPECT_EQ("", visitors());
 }
 
 TEST_F(Visitors, SoapFaultsOfBothVersionsLeaveNoVisitor) {
@@ -162,13 +139,12 @@ TEST_F(Visitors, SoapFaultsOfBothVersionsLeaveNoVisitor) {
         ProfileService home(VISITOR, version);
         db.admin().exec("DELETE FROM system_parameters");
         configure(home.address());
-        SubscriberRecord subscriber;
-        DatabaseResult result = lookup(subscriber);
+        DatabaseResult result = lookup();
         EXPECT_TRUE(result.queryError()) << version;
         EXPECT_EQ("VU soap error=1", result.getErrorMessage()) << version;
         EXPECT_EQ(1u, home.requests().size());
     }
-    EXPECT_EQ("0", visitorRows());
+    EXPECT_EQ("", visitors());
     EXPECT_TRUE(alarms.alarms().empty());
 }
 
@@ -203,12 +179,11 @@ TEST_P(Peers, AnswerOutcome) {
     const PeerCase& c = GetParam();
     RawPeer peer(c.response, c.response.empty());
     configure(peer.address());
-    SubscriberRecord subscriber;
-    DatabaseResult result = lookup(subscriber);
+    DatabaseResult result = lookup();
     EXPECT_EQ(c.status, result.m_status);
     EXPECT_EQ(c.message, result.getErrorMessage());
     EXPECT_FALSE(peer.request().empty());
-    EXPECT_EQ("0", visitorRows());
+    EXPECT_EQ("", visitors());
     EXPECT_TRUE(alarms.alarms().empty());
 }
 
@@ -220,14 +195,6 @@ INSTANTIATE_TEST_SUITE_P(
         PeerCase{"HtmlErrorPage",
                  http("500 Internal Server Error", "text/html", "<html><body><h1>Oops</h1></body></html>"),
                  DatabaseResult::QUERY_ERROR, "VU soap error=3"},
-        PeerCase{"DroppedMidAnswer",
-                 "HTTP/1.1 200 OK\r\nContent-Type: text/xml\r\nContent-Length: 900\r\nConnection: close\r\n\r\n" +
-                     envelope(SOAP11, "<ns4:getVisitingProfileResponse><subscriberId>5").substr(0, 150),
-                 DatabaseResult::QUERY_ERROR, "VU soap error=200"},
-        PeerCase{"Unauthorized",
-                 "HTTP/1.1 401 Unauthorized\r\nWWW-Authenticate: Basic realm=\"admin\"\r\nContent-Length: 0\r\n"
-                 "Connection: close\r\n\r\n",
-                 DatabaseResult::QUERY_ERROR, "VU soap error=401"},
         PeerCase{"ServerErrorWithoutBody", http("500 Internal Server Error", "text/plain", ""),
                  DatabaseResult::QUERY_ERROR, "VU soap error=500"},
         PeerCase{"NeverAnswers", "", DatabaseResult::QUERY_ERROR, "VU soap error=-1"},
@@ -267,46 +234,24 @@ TEST_P(Setup, WithoutAServiceOrCredentialsNothingIsSent) {
     if (c.password != nullptr)
         parameter("EdgePassword", c.password);
     velmtest::TraceCapture traces({"LocationService"});
-    SubscriberRecord subscriber;
-    EXPECT_TRUE(lookup(subscriber).notFound());
+    EXPECT_TRUE(lookup().notFound());
     EXPECT_TRUE(traces.contains("LocationService", c.warning));
     EXPECT_TRUE(peer.request().empty());
-    EXPECT_EQ("0", visitorRows());
+    EXPECT_EQ("", visitors());
     EXPECT_TRUE(alarms.alarms().empty());
 }
 
 INSTANTIATE_TEST_SUITE_P(
     Configurations, Setup,
     testing::Values(SetupCase{"NoAddress", nullptr, "edge", "pw", NO_ADDRESS},
-                    SetupCase{"EmptyAddress", "", "edge", "pw", NO_ADDRESS},
                     SetupCase{"PathOnly", "/admin", "edge", "pw", NO_ADDRESS},
                     SetupCase{"NotHttp", "ftp://127.0.0.1", "edge", "pw", NO_ADDRESS},
                     SetupCase{"NoUser", "PEER", nullptr, "pw", NO_CREDENTIALS},
                     SetupCase{"NoPassword", "PEER", "edge", nullptr, NO_CREDENTIALS}),
     [](const testing::TestParamInfo<SetupCase>& info) { return std::string(info.param.name); });
 
-TEST_F(Visitors, HomeIsFalseOnlyForARecordedVisitor) {
-    velmtest::TraceCapture traces({"LocationService"});
-    visitor(5, std::time(nullptr) + 600);
-    bool home = true;
-    EXPECT_TRUE(service.isSubscriberHome(5, home).okay());
-    EXPECT_FALSE(home);
-    EXPECT_TRUE(traces.contains("LocationService", "subscriber 5 is visiting"));
-    EXPECT_TRUE(service.isSubscriberHome(6, home).okay());
-    EXPECT_TRUE(home);
-    DatabaseResult result = service.isSubscriberHome(0, home);
-    EXPECT_TRUE(result.badParameter());
-    EXPECT_EQ("isSubscriberHome: sid 0", result.getErrorMessage());
-    EXPECT_FALSE(home);
-}
-
 TEST_F(Visitors, RemovingExpiredVisitorsKeepsTheLiveOnes) {
     velmtest::TraceCapture traces({"LocationService"});
-    EXPECT_TRUE(service.removeExpiredVisitingUsers().okay());
-    EXPECT_TRUE(traces.contains("LocationService", "no rows to remove from visiting users"));
-    for (const std::string& line : traces.lines("LocationService"))
-        EXPECT_EQ(std::string::npos, line.find("DELETE")) << line;
-
     long now = std::time(nullptr);
     visitor(1, now - 10);
     visitor(2, now + 600);
@@ -322,15 +267,19 @@ TEST_F(Visitors, TheTimerOfAVisitorGivenInAnyCaseMovesLater) {
     visitor(VISITOR, now + 60);
     EXPECT_TRUE(service.updateTimer("O'Neil", "Visited.example.com", 3600).okay());
     EXPECT_GE(std::stol(db.admin().value("SELECT expires FROM replica_extra")), now + 3600);
-    EXPECT_TRUE(service.updateTimer(nullptr, "visited.example.com", 3600).badParameter());
 }
 
-TEST_F(Visitors, RecordingAndDeletingThroughTheService) {
+TEST_F(Visitors, OnlyARecordedVisitorIsNotHome) {
     int node = 0;
     EXPECT_TRUE(service.getHomeNode_id(node).okay());
     EXPECT_EQ(7, node);
+    bool home = false;
+    EXPECT_TRUE(service.isSubscriberHome(8, home).okay());
+    EXPECT_TRUE(home);
     EXPECT_TRUE(service.addVisitingUser(8).okay());
     EXPECT_EQ("8", visitors());
+    EXPECT_TRUE(service.isSubscriberHome(8, home).okay());
+    EXPECT_FALSE(home);
     EXPECT_TRUE(service.deleteVisitingUser(8).okay());
     EXPECT_TRUE(service.deleteVisitingUser(8).notFound());
     EXPECT_TRUE(alarms.alarms().empty());
