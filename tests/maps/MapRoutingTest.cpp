@@ -46,8 +46,7 @@ struct PrefixRow { const char* prefix; int csid; int totalLength; };
 class MapRouting : public testing::Test {
 protected:
     void SetUp() override {
-        DatabaseResult connected = service.connect(db.name().c_str(), "velm", "pw");
-        ASSERT_TRUE(connected.okay()) << connected.getErrorMessage();
+        ASSERT_TRUE(service.connect(db.name().c_str(), "velm", "pw").okay());
         velmtest::Provisioning provisioning(db.admin());
         provisioning.subscriber(1);
         for (int csid = 2; csid <= 9; ++csid)
@@ -55,7 +54,6 @@ protected:
     }
     void TearDown() override { service.destroyPrefixmap(); }
 
-    // A freshly filled prefix table, rows in the given order.
     void fill(const std::vector<PrefixRow>& rows) {
         db.admin().exec("TRUNCATE prefix_map");
         for (const PrefixRow& row : rows)
@@ -75,7 +73,6 @@ protected:
                         handle + ", " + std::to_string(csid) + ", '" + pattern + "', " + std::to_string(priority) +
                         ", " + modified + ")");
     }
-    // The addresses the request is routed to, and the ordering it is told.
     Names route(const char* requestUri, DatabaseResult& result, Lookup lookup = &LocationService::lookupAddressMap) {
         redirect = true;
         std::vector<velm::ContactRecord> contacts;
@@ -95,14 +92,9 @@ protected:
 } // namespace
 
 TEST_F(MapRouting, PrefixWalkLeavesTheCsidOfTheDeepestMatchingNode) {
-    struct Case {
-        const char* what;
-        std::vector<PrefixRow> rows;
-        std::vector<std::pair<const char*, int>> lookups; // user -> csid, starting from 0
-    };
+    struct Case { const char* what; std::vector<PrefixRow> rows; std::vector<std::pair<const char*, int>> lookups; };
     const Case cases[] = {
         {"a leaf ends the walk", {{"9", 3, 0}}, {{"9123", 3}, {"9", 3}, {"8", 0}}},
-        {"a longer prefix wins below a shorter one", {{"9", 3, 0}, {"91", 4, 0}}, {{"92", 3}, {"91", 4}, {"912", 4}}},
         {"an inner node on the way sets the csid back", {{"12", 5, 0}, {"1234", 7, 0}},
          {{"123", 0}, {"12345", 7}, {"12", 5}, {"1", 0}}},
         {"a shorter prefix added later marks the inner node", {{"1234", 7, 0}, {"12", 5, 0}},
@@ -135,9 +127,8 @@ TEST_F(MapRouting, PrefixTreeIsReplacedOnlyByARecreateAndFailuresLeaveNone) {
     std::vector<velm::PrefixMapRecord> maps;
     ASSERT_TRUE(service.getPrefixMap(maps).okay());
     ASSERT_EQ(2u, maps.size());
-    EXPECT_EQ("91", maps[1].prefix());
-    EXPECT_EQ(4, maps[1].csid());
-    EXPECT_EQ(8, maps[1].total_length());
+    EXPECT_EQ("91 4 8", maps[1].prefix() + " " + std::to_string(maps[1].csid()) + " " +
+                            std::to_string(maps[1].total_length()));
 
     ASSERT_TRUE(service.createPrefixMap().okay());
     velm::PrefixMap* first = LocationService::m_prefixMap;
@@ -157,10 +148,9 @@ TEST_F(MapRouting, PrefixTreeIsReplacedOnlyByARecreateAndFailuresLeaveNone) {
     velmtest::TraceCapture capture({"LocationService"});
     db.admin().exec("DROP TABLE prefix_map; DROP TABLE trigger_notify");
     DatabaseResult result = service.recreatePrefixMap();
-    EXPECT_TRUE(result.queryError());
     EXPECT_EQ(nullptr, LocationService::m_prefixMap);
     DatabaseResult check = service.checkPrefixMap(&counter);
-    EXPECT_TRUE(check.queryError());
+    EXPECT_TRUE(result.queryError() && check.queryError());
     EXPECT_EQ((Names{"database failure - createPrefix. " + result.getErrorMessage(),
                      "database failure - checkPrefixMap. " + check.getErrorMessage()}),
               alarms.texts(FAILED));
@@ -175,10 +165,8 @@ TEST_F(MapRouting, PrefixTreeIsReplacedOnlyByARecreateAndFailuresLeaveNone) {
     EXPECT_EQ(2u, alarms.alarms().size());
 }
 
-// The digit map routes by prefix and rewrites only the first contact. Both
-// maps refuse a request without user or host, and pass a visiting user on
-// before reading a row: the visitor's prefix and a lost address map do not
-// matter.
+// The digit map routes by prefix and rewrites only the first contact. Both maps refuse a request without user or
+// host, and pass a visiting user on before reading a row: the visitor's prefix and a lost address map do not matter.
 TEST_F(MapRouting, LookupsRouteByPrefixOrRefuseBeforeReadingARow) {
     velmtest::Provisioning provisioning(db.admin());
     long later = static_cast<long>(time(nullptr)) + 3600;
@@ -197,13 +185,7 @@ TEST_F(MapRouting, LookupsRouteByPrefixOrRefuseBeforeReadingARow) {
     ASSERT_TRUE(service.createPrefixMap().okay());
     const Lookup digits = &LocationService::lookupDigitMap, addresses = &LocationService::lookupAddressMap;
     const auto okay = DatabaseResult::OKAY, failed = DatabaseResult::QUERY_ERROR, none = DatabaseResult::NOTFOUND;
-    struct Case {
-        Lookup lookup;
-        const char* uri;
-        DatabaseResult::status status;
-        const char* message;
-        Names routed;
-    };
+    struct Case { Lookup lookup; const char* uri; DatabaseResult::status status; const char* message; Names routed; };
     for (const Case& c : {
              Case{digits, "sip:5551234@example.com", okay, "",
                   {"sip:5551234@192.0.2.1:5062;transport=tcp", "sip:bob@192.0.2.2:5060"}},
@@ -243,7 +225,7 @@ TEST_F(MapRouting, LookupsRouteByPrefixOrRefuseBeforeReadingARow) {
     EXPECT_FALSE(redirect);
 }
 
-TEST_F(MapRouting, TheFirstMatchingAddressPatternInPriorityOrderWins) {
+TEST_F(MapRouting, TheFirstMatchingAddressPatternInPriorityOrderWinsAndItsContactTakesThePartsOfTheRequest) {
     gateway(10, "sip:ten@gw.example.com");
     gateway(20, "sip:twenty@gw.example.com");
     gateway(30, "sip:thirty@gw.example.com");
@@ -253,34 +235,21 @@ TEST_F(MapRouting, TheFirstMatchingAddressPatternInPriorityOrderWins) {
     row("'twos'", 30, "^sip:2[0-9]*@", 7);
     row("'broken'", 30, "^sip:(", 0);
     row("'rest'", 40, "", 99); // an empty pattern matches every request
+    DatabaseResult result;
     for (const auto& c : std::vector<std::pair<const char*, const char*>>{
              {"sip:123@example.com", "sip:twenty@gw.example.com"},
              {"sip:199@example.com", "sip:ten@gw.example.com"},
              {"sip:2@example.com", "sip:thirty@gw.example.com"},
              {"sip:2a@example.com", "sip:catchall@gw.example.com"},
              {"sips:123@example.com", "sip:catchall@gw.example.com"}}) {
-        DatabaseResult result;
         EXPECT_EQ(Names{c.second}, route(c.first, result)) << c.first;
         EXPECT_TRUE(result.okay()) << c.first << ": " << result.getErrorMessage();
     }
     EXPECT_EQ((Names{"broken-30", "twelves-20", "ones-10", "twos-30", "rest-40"}), keys());
-    db.admin().exec("DELETE FROM address_map WHERE handle = 'rest'");
-    DatabaseResult result;
-    EXPECT_TRUE(route("sip:2a@example.com", result).empty());
-    EXPECT_TRUE(result.notFound());
-    EXPECT_TRUE(alarms.alarms().empty());
-}
 
-TEST_F(MapRouting, AddressMapContactsTakeThePartsOfTheRequest) {
-    gateway(10, "placeholder");
-    row("'all'", 10, "^sip", 1);
-    struct Case {
-        const char* stored;
-        const char* uri;
-        const char* routed;
-    };
+    // Requests for bob match only the catch-all, whose contact is rewritten from the request.
+    struct Case { const char *stored, *uri, *routed; };
     for (const Case& c : {
-             Case{"sip:$user@gw.example.com", "sip:alice@example.com", "sip:alice@gw.example.com"},
              Case{"sip:${user}x@${host}:$port", "sip:bob@example.com:5070", "sip:bobx@example.com:5070"},
              Case{"sip:$user@gw:$port", "sip:bob@example.com", "sip:bob@gw:$port"},
              Case{"$protocol:$user:$password@gw", "sips:bob:secret@example.com", "sips:bob:secret@gw"},
@@ -291,10 +260,13 @@ TEST_F(MapRouting, AddressMapContactsTakeThePartsOfTheRequest) {
              Case{"sip:$$user@gw", "sip:bob@example.com", "sip:$user@gw"},
              Case{"sip:$userx@gw", "sip:bob@example.com", "sip:$userx@gw"},
          }) {
-        db.admin().exec(std::string("UPDATE contact SET address = '") + c.stored + "'");
-        DatabaseResult result;
+        db.admin().exec(std::string("UPDATE contact SET address = '") + c.stored + "' WHERE csid = 40");
         EXPECT_EQ(Names{c.routed}, route(c.uri, result)) << c.stored << " for " << c.uri;
     }
+    db.admin().exec("DELETE FROM address_map WHERE handle = 'rest'");
+    EXPECT_TRUE(route("sip:2a@example.com", result).empty());
+    EXPECT_TRUE(result.notFound());
+    EXPECT_TRUE(alarms.alarms().empty());
 }
 
 TEST_F(MapRouting, AddressEntriesFollowTheRowsAndPatternsAreCompiledAgainOnlyWhenNewer) {
@@ -316,7 +288,6 @@ TEST_F(MapRouting, AddressEntriesFollowTheRowsAndPatternsAreCompiledAgainOnlyWhe
     EXPECT_EQ(Names{"sip:twenty@gw.example.com"}, route("sip:3@example.com", result));
     EXPECT_EQ((Names{"-20", "gw-10", "gw-10"}), keys());
     EXPECT_EQ(entries, std::set<velm::AddressMap*>(service.m_addrMap.begin(), service.m_addrMap.end()));
-    EXPECT_FALSE(capture.contains("LocationService", "adding new map for gw-10"));
 
     // One of the twins goes: the other keeps its entry and its pattern.
     db.admin().exec("DELETE FROM address_map WHERE pattern = '^sip:1'");
@@ -357,8 +328,7 @@ TEST_F(MapRouting, AddressEntriesFollowTheRowsAndPatternsAreCompiledAgainOnlyWhe
     EXPECT_TRUE(keys().empty());
 }
 
-// Every test runs in a process of its own, so each starts without monitor,
-// pool or tree.
+// Every test runs in a process of its own, so each starts without monitor, pool or tree.
 class PrefixMapMonitorThread : public MapRouting {
 protected:
     void SetUp() override {
@@ -367,7 +337,6 @@ protected:
         velm::AppProperties::set("Services", "velm.sip.db", db.name().c_str());
         velm::AppProperties::set("SipServer", "PrefixMapInterval", "1");
     }
-    // The thread is gone before the capture is.
     void TearDown() override {
         PrefixMapMonitor::destroy();
         LocationServicePool::destroy();
@@ -384,39 +353,61 @@ protected:
             std::this_thread::sleep_for(std::chrono::milliseconds(20));
         return done();
     }
-    // Waits for `n` more wake-ups of the thread. After two, at least one
-    // whole check has run since the call.
+    // After two more wake-ups at least one whole check has run since the call.
     void waitCycles(size_t n) {
         size_t target = count("PrefixMapMonitor", WOKE) + n;
         ASSERT_TRUE(waitFor([&] { return count("PrefixMapMonitor", WOKE) >= target; })) << "the thread stopped polling";
     }
     size_t rebuilds() const { return count("LocationService", "createPrefix CALLED\n"); }
-    void setCounter(int value) {
-        db.admin().exec("UPDATE trigger_notify SET update_ctr = " + std::to_string(value));
-    }
 
     velmtest::TraceCapture capture{{"PrefixMapMonitor", "LocationService"}};
 };
 
-TEST_F(PrefixMapMonitorThread, RebuildsOnceForEveryRiseOfTheCounter) {
+// Eight threads route numbers through the tree while the thread rebuilds it under them.
+TEST_F(PrefixMapMonitorThread, RebuildsOnceForEveryRiseOfTheCounterUnderRunningLookups) {
+    velmtest::Provisioning(db.admin()).contact(3, "sip:alice@192.0.2.1:5060", "0.800000", time(nullptr) + 3600);
+    db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('555', 3)");
     ASSERT_TRUE(service.createPrefixMap().okay());
     PrefixMapMonitor::instance();
+    // Rows added before the thread's first reading cause no rebuild.
     waitCycles(1);
     const size_t before = rebuilds();
 
+    std::atomic<bool> stop{false};
+    std::atomic<int> wrong{0};
+    std::vector<int> lookups(8, 0);
+    std::vector<std::thread> workers;
+    for (int index = 0; index < 8; ++index)
+        workers.emplace_back([&, index] {
+            LocationService* mine = LocationServicePool::Instance()->getConnection();
+            const std::string user = "555" + std::to_string(1000 + index), uri = "sip:" + user + "@example.com";
+            const Names routed{"sip:" + user + "@192.0.2.1:5060;"};
+            for (; !stop; ++lookups[index]) {
+                std::string ordering;
+                bool redirect = false;
+                std::vector<velm::ContactRecord> contacts;
+                velm::DatabaseResult result = mine->lookupDigitMap(uri.c_str(), ordering, redirect, contacts);
+                wrong += !result.okay() || velmtest::addresses(contacts) != routed;
+                // At a request's pace: the lock is not fair, and back-to-back takers can keep the rebuild out.
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        });
     // The table's trigger raises the counter by one.
     db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('9', 3)");
-    ASSERT_TRUE(waitFor([&] { return find("9") == 3; }));
+    EXPECT_TRUE(waitFor([&] { return find("9") == 3; }));
     waitCycles(2);
     EXPECT_EQ(before + 1, rebuilds());
-
-    // Two rises seen at one check: one rebuild. Lowered, and raised again
-    // but not above the highest value seen: none.
-    for (auto step : std::vector<std::pair<int, size_t>>{{3, 2}, {1, 2}, {2, 2}, {4, 3}}) {
-        setCounter(step.first);
+    // Two rises seen at one check: one rebuild. Lowered, and raised again but not above the highest seen: none.
+    for (auto step : std::vector<std::pair<int, size_t>>{{4, 2}, {1, 2}, {3, 2}, {5, 3}}) {
+        db.admin().exec("UPDATE trigger_notify SET update_ctr = " + std::to_string(step.first));
         waitCycles(3);
         EXPECT_EQ(before + step.second, rebuilds()) << "counter " << step.first;
     }
+    stop = true;
+    for (auto& worker : workers)
+        worker.join();
+    EXPECT_EQ(0, wrong.load());
+    EXPECT_EQ(0, std::count(lookups.begin(), lookups.end(), 0)) << "threads that never looked up";
 }
 
 TEST_F(PrefixMapMonitorThread, CheckNowAndDestroyDoNotWaitForTheIntervalAndThePoolWaitsForThem) {
@@ -450,15 +441,8 @@ TEST_F(PrefixMapMonitorThread, CheckNowAndDestroyDoNotWaitForTheIntervalAndThePo
     EXPECT_FALSE(PrefixMapMonitor::exists());
 }
 
-// The statement that breaks the database, run before or after the thread
-// starts polling; the thread's last trace; whether the tree is left.
-struct FailureCase {
-    const char* name;
-    bool running;
-    const char *statement, *trace;
-    bool treeLeft;
-};
-
+// The statement that breaks the database, run before or after polling starts; the last trace; whether a tree is left.
+struct FailureCase { const char* name; bool running; const char *statement, *trace; bool treeLeft; };
 void PrintTo(const FailureCase& c, std::ostream* os) { *os << c.name; }
 
 class PrefixMapMonitorFailure : public PrefixMapMonitorThread, public testing::WithParamInterface<FailureCase> {};
@@ -491,49 +475,3 @@ INSTANTIATE_TEST_SUITE_P(
                     FailureCase{"RebuildFails", true, "DROP TABLE prefix_map; UPDATE trigger_notify SET update_ctr = 9",
                                 "failed to recreate prefix table", false}),
     [](const testing::TestParamInfo<FailureCase>& info) { return std::string(info.param.name); });
-
-// Eight threads route numbers through the tree while the thread rebuilds it
-// under them.
-class PrefixMapConcurrency : public PrefixMapMonitorThread {};
-
-TEST_F(PrefixMapConcurrency, LookupsStayRightWhileTheMonitorRebuilds) {
-    velmtest::Provisioning(db.admin()).contact(3, "sip:alice@192.0.2.1:5060", "0.800000", time(nullptr) + 3600);
-    db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('555', 3)");
-    ASSERT_TRUE(service.createPrefixMap().okay());
-    PrefixMapMonitor::instance();
-    // Rows added before the thread's first reading cause no rebuild.
-    waitCycles(1);
-
-    std::atomic<bool> stop{false};
-    std::atomic<int> wrong{0};
-    std::vector<int> lookups(8, 0);
-    std::vector<std::thread> workers;
-    for (int index = 0; index < 8; ++index)
-        workers.emplace_back([&, index] {
-            LocationService* mine = LocationServicePool::Instance()->getConnection();
-            const std::string user = "555" + std::to_string(1000 + index);
-            for (; !stop; ++lookups[index]) {
-                std::string ordering;
-                bool redirect = false;
-                std::vector<velm::ContactRecord> contacts;
-                velm::DatabaseResult result =
-                    mine->lookupDigitMap(("sip:" + user + "@example.com").c_str(), ordering, redirect, contacts);
-                wrong += !result.okay() || contacts.size() != 1 ||
-                         contacts[0].address() != "sip:" + user + "@192.0.2.1:5060;";
-                // At a request's pace: the lock is not fair, and threads that
-                // take it back to back can keep the rebuild out for long.
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            }
-        });
-    // Each new row raises the counter; seeing it in the tree proves a rebuild.
-    for (const char* prefix : {"90", "91", "92"}) {
-        db.admin().exec(std::string("INSERT INTO prefix_map (prefix, csid) VALUES ('") + prefix + "', 3)");
-        EXPECT_TRUE(waitFor([&] { return find(prefix) == 3; })) << prefix;
-    }
-    stop = true;
-    for (auto& worker : workers)
-        worker.join();
-    EXPECT_EQ(0, wrong.load());
-    for (int index = 0; index < 8; ++index)
-        EXPECT_GT(lookups[index], 0) << "thread " << index;
-}
