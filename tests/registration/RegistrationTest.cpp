@@ -100,20 +100,28 @@ enum Form { Steps, Script, AutoCommit, AutoCommitSteps };
 enum Op { Register, Refresh, Unregister };
 using Call = std::function<DatabaseResult(LocationService&, int, Outputs&)>;
 using Make = std::function<Contacts()>;
-using Plain = DatabaseResult (LocationService::*)(int, Contacts&);
-using Stepwise = DatabaseResult (LocationService::*)(int, Contacts&, Contacts&, Contacts&, Contacts&);
-const Plain PLAIN[] = {&LocationService::registerContacts, &LocationService::updateContacts,
-                       &LocationService::unregisterContacts};
-const Stepwise STEPWISE[] = {&LocationService::registerContacts, &LocationService::updateContacts,
-                             &LocationService::unregisterContacts};
+// A switch rather than tables of member pointers: gcc's bounds check misreads those.
+DatabaseResult run(LocationService& service, Op op, int key, Contacts& contacts) {
+    switch (op) {
+    case Register: return service.registerContacts(key, contacts);
+    case Refresh: return service.updateContacts(key, contacts);
+    default: return service.unregisterContacts(key, contacts);
+    }
+}
+DatabaseResult run(LocationService& service, Op op, int key, Contacts& contacts, Outputs& out) {
+    switch (op) {
+    case Register: return service.registerContacts(key, contacts, out.added, out.deleted, out.changed);
+    case Refresh: return service.updateContacts(key, contacts, out.added, out.deleted, out.changed);
+    default: return service.unregisterContacts(key, contacts, out.added, out.deleted, out.changed);
+    }
+}
 
 Call call(Op op, Form form, Make make) {
     return [=](LocationService& service, int key, Outputs& out) {
         Contacts contacts = make();
         service.m_useAutoCommit = form == AutoCommit || form == AutoCommitSteps;
-        if (form == Script || form == AutoCommit)
-            return (service.*PLAIN[op])(key, contacts);
-        return (service.*STEPWISE[op])(key, contacts, out.added, out.deleted, out.changed);
+        return form == Script || form == AutoCommit ? run(service, op, key, contacts)
+                                                    : run(service, op, key, contacts, out);
     };
 }
 
