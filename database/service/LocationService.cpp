@@ -11,6 +11,7 @@
 
 #include <strings.h>
 
+#include <mutex>
 #include <new>
 
 namespace velm {
@@ -53,8 +54,12 @@ LocationService::LocationService()
       m_moduleFirst(false),
       m_trace("LocationService"),
       m_perfTrace("performance") {
-    if (!m_bPrefixMapInitialized)
-        m_bPrefixMapInitialized = true;
+    // Services are made on many threads at once: the first one sets the flag.
+    static std::once_flag initialized;
+    std::call_once(initialized, [] {
+        if (!m_bPrefixMapInitialized)
+            m_bPrefixMapInitialized = true;
+    });
 }
 
 LocationService::~LocationService() {
