@@ -27,11 +27,6 @@ std::string literal(Quoting quoting, const std::string& value) {
 
 namespace {
 
-template <class Row, size_t N>
-constexpr Columns<Row> all(const Column<Row> (&table)[N], size_t from = 0) {
-    return {table + from, N - from};
-}
-
 // The set first; everything after it comes from the REGISTER.
 const Column<ContactRecord> CONTACT[] = {
     {"csid", Quoting::Quoted, [](const ContactRecord& c) { return std::to_string(c.csid()); }},

@@ -44,6 +44,12 @@ struct Columns {
     const Column<Row>* end() const { return first + count; }
 };
 
+// The columns of `table` from its column `from` on.
+template <class Row, size_t N>
+constexpr Columns<Row> all(const Column<Row> (&table)[N], size_t from = 0) {
+    return {table + from, N - from};
+}
+
 // INSERT INTO contact: the set, then the contact's own columns.
 extern const Columns<ContactRecord> contactInsert;
 // The contact's own columns alone, as add_contact() takes them after the

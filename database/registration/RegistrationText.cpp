@@ -8,7 +8,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <iterator>
 
 namespace velm {
 namespace registration {
@@ -55,8 +54,8 @@ bool named(const char* name, const char* column) {
 
 } // namespace
 
-const columns::Columns<Registering> insertedColumns{INSERTED, std::size(INSERTED)};
-const columns::Columns<ContactRecord> updatedColumns{UPDATED, std::size(UPDATED)};
+const columns::Columns<Registering> insertedColumns = columns::all(INSERTED);
+const columns::Columns<ContactRecord> updatedColumns = columns::all(UPDATED);
 
 std::string levelText(double level) {
     char text[32];
