@@ -280,9 +280,12 @@ TEST_F(Velmctl, CommandsAnswerWithTheirStatusAndOutput) {
         {nullptr, "--json subscriber remove nobody@example.com", 1, "no public address nobody@example.com"},
         {nullptr, "--json subscriber remove gateway@example.com", 0, "\"public_addresses\":1,\"contacts\":1}}"},
         {"SELECT count(*) FROM contact", "", 0, "4"},
+        {"INSERT INTO public_address (handle, sip_domain, csid, primary_handle) VALUES ('gw', 'example.com', 500, true)",
+         "subscriber remove gw@example.com", 2, "gw@example.com belongs to no subscriber (a routing contact set): not removed\n"},
         // The schema: loaded once, upgraded from an older one, with its version.
         {nullptr, "db init", 0, "already initialised: schema version "},
         {nullptr, "db upgrade", 0, " is up to date\n"},
+        {"UPDATE velm_schema_version SET version = version + 1", "db upgrade", 2, "the database's schema version "},
         {"DROP TABLE velm_schema_version; DROP TABLE replica_extra; ALTER TABLE contact DROP COLUMN path_vector; "
          "DROP TRIGGER contact_id_catch_up ON contact",
          "--json db upgrade", 0, "{\"change\":\"applied\",\"what\":\"column contact.path_vector\"}"},

@@ -60,7 +60,7 @@ Outcome test(Session& session, const std::string& requestUri, Output& output) {
     std::vector<Row> tried;
     for (velm::AddressMap* entry : service.m_addrMap) {
         bool matched = entry->matches(requestUri.c_str());
-        tried.push_back({Value::number(static_cast<long long>(tried.size() + 1)), entry->key(), entry->pattern(),
+        tried.push_back({Value::number(static_cast<long long>(tried.size()) + 1), entry->key(), entry->pattern(),
                          Value::flag(matched)});
         if (matched)
             break;

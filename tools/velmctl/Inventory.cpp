@@ -8,6 +8,7 @@
 #include "Session.h"
 
 #include <cstdlib>
+#include <map>
 
 namespace velmctl {
 
@@ -144,8 +145,10 @@ Outcome Inventory::registrations(const Page& page, bool expired, std::vector<Reg
     if (read == 0)
         return outcome;
     std::string csids;
+    std::map<long long, size_t> bySet;
     for (int row = 0; row < page.shown(read); ++row) {
         csids += std::string(row > 0 ? ", " : "") + sets.getValue(row, 0);
+        bySet[number(sets, row, 0)] = registrations.size();
         registrations.push_back(Registration{sets.getValue(row, 1), {}});
     }
     velm::QueryResultPtr found;
@@ -164,9 +167,7 @@ Outcome Inventory::registrations(const Page& page, bool expired, std::vector<Reg
         contact.setCallId(found.getValue(row, 6));
         contact.setCseq(static_cast<long>(number(found, row, 7)));
         contact.setContactHeader(found.getValue(row, 8));
-        for (int set = 0; set < page.shown(read); ++set)
-            if (std::atoll(sets.getValue(set, 0)) == contact.csid())
-                registrations[set].contacts.push_back(contact);
+        registrations[bySet[contact.csid()]].contacts.push_back(contact);
     }
     return outcome;
 }

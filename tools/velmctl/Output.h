@@ -21,7 +21,6 @@ using Row = std::vector<Value>;
 class Output {
 public:
     explicit Output(bool json) : m_json(json) {}
-    bool json() const { return m_json; }
 
     // One titled list of contacts of `aor`: an object with "title", "aor" and
     // "contacts" in the document's "lists".
