@@ -38,7 +38,7 @@ Outcome list(Session& session, Output& output) {
                          Value::number(row.csid()), row.ordering(), Value::flag(row.replaceUri()),
                          row.modTime() == 0 ? Value::none() : Value::utcTime(row.modTime()), patternNote(row.pattern())});
     output.table("address maps, in the order they are tried",
-                 {"priority", "key", "pattern", "csid", "ordering", "replace_uri", "modified", "note"}, table);
+                 {"priority", "key", "pattern", "csid", "ordering", "replace_uri", "modified_at", "note"}, table);
     return Outcome();
 }
 

@@ -66,8 +66,9 @@ Outcome subscriber(const Arguments& arguments, Output& output) {
 const CommandRegistration SUBSCRIBER("subscriber",
     "  subscriber add AOR [--password PASSWORD]\n"
     "  subscriber list [--like PATTERN] [--limit N] [--offset N]\n"
-    "                               subscribers sorted by user id, N (default 100) from offset N;\n"
-    "                               PATTERN is SQL LIKE on user id or address, case ignored\n"
+    "                               subscribers sorted by user id: --limit of them (default 100)\n"
+    "                               after --offset, and the next page's offset; PATTERN is SQL\n"
+    "                               LIKE (%, _) on the user id or an address, case ignored\n"
     "  subscriber remove AOR        the subscriber owning AOR, with its addresses and contacts\n",
     subscriber);
 
