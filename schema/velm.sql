@@ -444,4 +444,14 @@ BEGIN
 END;
 $$;
 
+-- Schema version -----------------------------------------------------------
+
+-- The version of this file, in one row. Raise the number with every change to
+-- the file: velmctl db upgrade compares it with the database's and applies
+-- what the database lacks, velmctl db init and db status report it.
+CREATE TABLE velm_schema_version (
+    version integer NOT NULL
+);
+INSERT INTO velm_schema_version (version) VALUES (1);
+
 COMMIT;

@@ -4,26 +4,15 @@
 #include "CommandRegistry.h"
 #include "CommandSupport.h"
 #include "DatabaseCommandExecutor.h"
+#include "LibraryMessages.h"
 #include "LocationService.h"
 #include "RegExp.h"
 #include "Uri.h"
 
-#include <ctime>
 
 namespace velmctl {
 
 namespace {
-
-std::string timeText(long seconds) {
-    if (seconds == 0)
-        return "-";
-    time_t moment = seconds;
-    struct tm local;
-    char text[32];
-    localtime_r(&moment, &local);
-    strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &local);
-    return text;
-}
 
 // What an operator should know about a pattern before a request meets it.
 std::string patternNote(const std::string& pattern) {
@@ -34,9 +23,8 @@ std::string patternNote(const std::string& pattern) {
 }
 
 Outcome fromLookup(const velm::DatabaseResult& result, const std::string& context) {
-    if (result.notFound())
-        return Outcome::failure(NOT_FOUND, context + ": " + result.getErrorMessage());
-    return Outcome::failure(DATABASE_ERROR, context + ": " + result.getErrorMessage());
+    return Outcome::failure(result.notFound() ? NOT_FOUND : DATABASE_ERROR,
+                            context + ": " + operatorWords(result.getErrorMessage()));
 }
 
 Outcome list(Session& session, Output& output) {
@@ -44,13 +32,13 @@ Outcome list(Session& session, Output& output) {
     velm::DatabaseResult result = session.service()->m_exec->getAddressMaps(rows);
     if (!result.okay())
         return fromLookup(result, "reading address maps");
-    std::vector<std::vector<std::string>> table;
+    std::vector<Row> table;
     for (const velm::AddressMapRecord& row : rows)
-        table.push_back({std::to_string(row.priority()), row.handle() + "-" + std::to_string(row.csid()), row.pattern(),
-                         std::to_string(row.csid()), row.ordering(), row.replaceUri() ? "yes" : "no",
-                         timeText(row.modTime()), patternNote(row.pattern())});
+        table.push_back({Value::number(row.priority()), row.handle() + "-" + std::to_string(row.csid()), row.pattern(),
+                         Value::number(row.csid()), row.ordering(), Value::flag(row.replaceUri()),
+                         row.modTime() == 0 ? Value::none() : Value::utcTime(row.modTime()), patternNote(row.pattern())});
     output.table("address maps, in the order they are tried",
-                 {"priority", "key", "pattern", "csid", "ordering", "replace_uri", "modified", "note"}, table);
+                 {"priority", "key", "pattern", "csid", "ordering", "replace_uri", "modified_at", "note"}, table);
     return Outcome();
 }
 
@@ -69,17 +57,17 @@ Outcome test(Session& session, const std::string& requestUri, Output& output) {
         return fromLookup(result, "routing " + requestUri);
 
     // The entries as the lookup left them, tried in order up to the first match.
-    std::vector<std::vector<std::string>> tried;
+    std::vector<Row> tried;
     for (velm::AddressMap* entry : service.m_addrMap) {
         bool matched = entry->matches(requestUri.c_str());
-        tried.push_back({std::to_string(tried.size() + 1), entry->key(), entry->pattern(),
-                         matched ? "match" : "no match"});
+        tried.push_back({Value::number(static_cast<long long>(tried.size()) + 1), entry->key(), entry->pattern(),
+                         Value::flag(matched)});
         if (matched)
             break;
     }
-    output.table("address maps tried for " + requestUri, {"order", "key", "pattern", "result"}, tried);
+    output.table("address maps tried for " + requestUri, {"order", "key", "pattern", "matched"}, tried);
     if (!result.okay()) {
-        std::string why = result.getErrorMessage().empty() ? "no address map matches" : result.getErrorMessage();
+        std::string why = result.getErrorMessage().empty() ? "no address map matches" : operatorWords(result.getErrorMessage());
         return Outcome::failure(NOT_FOUND, requestUri + ": " + why);
     }
     output.contacts("routed (" + ordering + (redirect ? ", replace URI" : "") + ")", requestUri, contacts);

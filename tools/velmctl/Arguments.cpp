@@ -8,17 +8,21 @@
 namespace velmctl {
 
 Outcome Arguments::parse(int argc, char** argv) {
+    // Known before anything can fail, so that a failure is answered in JSON too.
+    for (int at = 1; at < argc; ++at)
+        m_json = m_json || std::string(argv[at]) == "--json";
     for (int at = 1; at < argc; ++at)
         if (!isUtf8(argv[at]))
             return Outcome::failure(BAD_INPUT, "argument " + std::to_string(at) + " is not UTF-8 text");
     for (int at = 1; at < argc; ++at) {
         std::string word = argv[at];
         if (word == "--json") {
-            m_json = true;
+            continue;
         } else if (word == "--help" || word == "-h") {
-            m_words.push_back("help");
-        } else if (word == "--internal") {
-            // A switch: present or not.
+            m_help = true;
+        } else if (word == "--version") {
+            m_version = true;
+        } else if (word == "--internal" || word == "--expired") {
             m_options[word] = "";
         } else if (word.size() > 2 && word.compare(0, 2, "--") == 0) {
             if (at + 1 >= argc)

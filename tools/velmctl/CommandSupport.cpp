@@ -25,6 +25,10 @@ Outcome configure(const Arguments& arguments) {
         if (stat(embedded.c_str(), &info) == 0)
             path = embedded;
     }
+    return configureFile(path);
+}
+
+Outcome configureFile(const std::string& path) {
     if (!path.empty() && !velm::AppProperties::load(path.c_str()))
         return Outcome::failure(BAD_INPUT, "cannot read configuration " + path);
     if (const char* socket = velm::AppProperties::get("Embedded", "SocketDirectory")) {

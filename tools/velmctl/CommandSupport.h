@@ -18,6 +18,9 @@ std::string directory(const Arguments& arguments);
 // Loads the configuration and, for the private server, points libpq at its
 // socket.
 Outcome configure(const Arguments& arguments);
+// The same for the configuration file `path`; with none, the one the
+// library finds itself (VELM_CONFIG).
+Outcome configureFile(const std::string& path);
 // configure(), then the session's connection; a failed argument check is
 // passed on as it is, without touching the configuration or the database.
 Outcome openSession(const Outcome& checked, const Arguments& arguments, Session& session);

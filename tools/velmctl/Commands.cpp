@@ -1,7 +1,6 @@
-// The provisioning, registration and private-server commands.
+// The registration commands and the demo.
 #include "CommandRegistry.h"
 #include "CommandSupport.h"
-#include "EmbeddedServer.h"
 #include "Input.h"
 #include "Session.h"
 
@@ -12,57 +11,6 @@
 namespace velmctl {
 
 namespace {
-
-Outcome database(const Arguments& arguments, Output& output) {
-    std::vector<std::string> given;
-    Outcome outcome = expectArguments(arguments, {"db action (start, stop, status, init)"}, {}, given);
-    if (!outcome.ok())
-        return outcome;
-    const std::string& action = given[0];
-    if (action == "init") {
-        Session session;
-        outcome = openSession(outcome, arguments, session);
-        std::string schema = findSchema();
-        if (outcome.ok() && schema.empty())
-            outcome = Outcome::failure(DATABASE_ERROR, "schema velm.sql not found (set VELM_SCHEMA)");
-        if (outcome.ok())
-            outcome = session.loadSchema(schema);
-        if (outcome.ok())
-            output.note("schema " + schema + " loaded");
-        return outcome;
-    }
-    EmbeddedServer server(directory(arguments));
-    if (action == "start")
-        outcome = server.start();
-    else if (action == "stop")
-        outcome = server.stop();
-    else if (action == "status")
-        outcome = server.status();
-    else
-        return usage("unknown db action '" + action + "'");
-    if (outcome.status == SUCCESS || outcome.status == NOT_FOUND) {
-        output.note(outcome.message);
-        outcome.message.clear();
-    }
-    return outcome;
-}
-
-Outcome subscriber(const Arguments& arguments, Output& output) {
-    std::vector<std::string> given;
-    Outcome outcome = expectArguments(arguments, {"subscriber action (add)", "address of record"}, {"--password"}, given);
-    if (outcome.ok() && given[0] != "add")
-        outcome = usage("unknown subscriber action '" + given[0] + "'");
-    Aor aor;
-    if (outcome.ok())
-        outcome = parseAor(given[1], aor);
-    Session session;
-    outcome = openSession(outcome, arguments, session);
-    if (outcome.ok())
-        outcome = session.addSubscriber(aor, arguments.option("--password"));
-    if (outcome.ok())
-        output.note("added subscriber " + aor.text());
-    return outcome;
-}
 
 Outcome registration(const Arguments& arguments, Output& output) {
     std::vector<std::string> given;
@@ -212,11 +160,6 @@ Outcome demo(const Arguments& arguments, Output& output) {
 }
 
 
-const CommandRegistration DB("db",
-    "  db start | stop | status     a private PostgreSQL server in DIR (default ~/.local/share/velmdb)\n"
-    "  db init                      load the schema into the configured database\n",
-    database);
-const CommandRegistration SUBSCRIBER("subscriber", "  subscriber add AOR [--password PASSWORD]\n", subscriber);
 const CommandRegistration REGISTER("register",
     "  register AOR CONTACT [--expires SECONDS] [--q VALUE] [--call-id ID] [--cseq N]\n", registration);
 const CommandRegistration UNREGISTER("unregister", "  unregister AOR CONTACT|'*'\n", unregistration);

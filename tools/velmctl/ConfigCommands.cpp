@@ -4,6 +4,7 @@
 #include "CommandSupport.h"
 #include "DatabaseCommandExecutor.h"
 #include "HostInfo.h"
+#include "LibraryMessages.h"
 #include "LocationService.h"
 #include "ProxyConfig.h"
 #include "RemoteFilter.h"
@@ -17,12 +18,8 @@ namespace {
 bool failed(const velm::DatabaseResult& result, const std::string& context, Outcome& outcome) {
     if (result.okay() || result.notFound())
         return false;
-    outcome = Outcome::failure(DATABASE_ERROR, context + ": " + result.getErrorMessage());
+    outcome = Outcome::failure(DATABASE_ERROR, context + ": " + operatorWords(result.getErrorMessage()));
     return true;
-}
-
-const char* yesNo(bool value) {
-    return value ? "yes" : "no";
 }
 
 Outcome hostInformation(velm::LocationService& service, Output& output) {
@@ -37,15 +34,15 @@ Outcome hostInformation(velm::LocationService& service, Output& output) {
         return outcome;
     output.table("host information", {"setting", "value"},
                  {{"node_type", nodeType},
-                  {"qos", qosRead.okay() ? std::to_string(qos) : ""},
+                  {"qos", qosRead.okay() ? Value::number(qos) : Value::none()},
                   {"parent", info.parent()},
                   {"parent_contact", info.parentContact()},
                   {"top_url", info.topUrl()},
                   {"server_name", info.serverName()},
                   {"outbound_proxy", info.outboundProxy()},
                   {"outbound_direct", info.outboundDirect()},
-                  {"outbound_allowed_internal", yesNo(info.outboundAllowInternal())},
-                  {"outbound_allowed_external", yesNo(info.outboundAllowExternal())}});
+                  {"outbound_allowed_internal", Value::flag(info.outboundAllowInternal())},
+                  {"outbound_allowed_external", Value::flag(info.outboundAllowExternal())}});
     return outcome;
 }
 
@@ -54,7 +51,7 @@ Outcome proxyConfiguration(velm::LocationService& service, const std::string& pr
     std::vector<velm::ProxyConfig> items;
     if (failed(service.getProxyConfig(proxy.c_str(), items), "reading the configuration of " + proxy, outcome))
         return outcome;
-    std::vector<std::vector<std::string>> rows;
+    std::vector<Row> rows;
     for (const velm::ProxyConfig& item : items)
         rows.push_back({item.scope(), item.name(), item.value()});
     output.table("proxy configuration of " + proxy, {"scope", "name", "value"}, rows);
@@ -68,9 +65,9 @@ Outcome remoteFilters(velm::LocationService& service, Output& output) {
     velm::DatabaseResult result = service.getRemoteFilters(&filters, &destination);
     if (failed(result, "reading remote trace filters", outcome))
         return outcome;
-    std::vector<std::vector<std::string>> rows;
+    std::vector<Row> rows;
     for (const velm::remoteFilter& f : filters)
-        rows.push_back({std::to_string(f.fid()), std::to_string(f.trid()), f.label(), f.methods(), f.from(), f.to(),
+        rows.push_back({Value::number(f.fid()), Value::number(f.trid()), f.label(), f.methods(), f.from(), f.to(),
                         f.contact(), f.request(), f.response(), f.useragent(), f.type()});
     std::string title = "remote trace filters";
     if (!result.getErrorMessage().empty())
@@ -88,12 +85,12 @@ Outcome eventAggregators(velm::LocationService& service, Output& output) {
     std::vector<velm::SipEventAggregator> aggregators;
     if (failed(service.getSipEventAggregators(aggregators), "reading event aggregators", outcome))
         return outcome;
-    std::vector<std::vector<std::string>> rows;
+    std::vector<Row> rows;
     for (const velm::SipEventAggregator& a : aggregators)
-        rows.push_back({std::to_string(a.id()), std::to_string(a.sid()), std::to_string(a.nodeId()), a.aType(),
+        rows.push_back({Value::number(a.id()), Value::number(a.sid()), Value::number(a.nodeId()), a.aType(),
                         a.name(), a.fromName(), a.toName(), a.event(), a.docType(),
-                        std::to_string(a.presentityPerBatch()), std::to_string(a.throttlingInterval()),
-                        std::to_string(a.csid()), a.address()});
+                        Value::number(a.presentityPerBatch()), Value::number(a.throttlingInterval()),
+                        Value::number(a.csid()), a.address()});
     output.table("event aggregators, one row per contact",
                  {"id", "sid", "node_id", "a_type", "name", "from_name", "to_name", "event", "doc_type",
                   "presentity_per_batch", "throttling_interval", "csid", "address"},

@@ -22,14 +22,15 @@ public:
 
     Outcome start();
     Outcome stop();
-    // SUCCESS when running, NOT_FOUND when not.
-    Outcome status();
+    bool running() const;
 
+    // The socket's directory.
     const std::string& directory() const { return m_directory; }
+    std::string dataDirectory() const { return m_directory + "/data"; }
     std::string configFile() const { return m_directory + "/velm.conf"; }
+    static const char* port();
 
 private:
-    bool running() const;
     Outcome createDatabase();
     Outcome writeConfiguration();
 

@@ -2,6 +2,7 @@
 #include "CommandRegistry.h"
 #include "CommandSupport.h"
 #include "DatabaseCommandExecutor.h"
+#include "LibraryMessages.h"
 #include "LocationService.h"
 #include "LowerCase.h"
 #include "QueryResultPtr.h"
@@ -14,23 +15,16 @@ namespace velmctl {
 
 namespace {
 
-using Fields = std::vector<std::pair<std::string, std::string>>;
-
 std::string servedBy(const velm::DatabaseResult& local) {
     if (local.okay())
         return "this node";
     if (local.notFound())
         return "another node (visiting)";
-    return "unknown: " + local.getErrorMessage();
-}
-
-std::string timeLeft(long expires) {
-    long left = expires - static_cast<long>(time(nullptr));
-    return left < 0 ? "expired" : std::to_string(left) + "s";
+    return "unknown: " + operatorWords(local.getErrorMessage());
 }
 
 // The recorded visitors, or only `sid` when it is not 0.
-Outcome visitors(velm::LocationService& service, int sid, std::vector<std::vector<std::string>>& rows) {
+Outcome visitors(velm::LocationService& service, int sid, std::vector<Row>& rows) {
     velm::QueryResultPtr result;
     std::string sql = "SELECT id, expires FROM replica_extra";
     if (sid != 0)
@@ -38,14 +32,16 @@ Outcome visitors(velm::LocationService& service, int sid, std::vector<std::vecto
     velm::DatabaseResult read = service.m_exec->execute(sql + " ORDER BY id", result);
     if (!read.okay())
         return fromResult(read, "reading the visitors");
+    long now = static_cast<long>(time(nullptr));
     for (int row = 0; row < result.rows(); ++row) {
-        std::string expires = result.getValue(row, 1);
-        rows.push_back({result.getValue(row, 0), expires, timeLeft(std::atol(expires.c_str()))});
+        long expires = std::atol(result.getValue(row, 1));
+        rows.push_back({Value::number(std::atol(result.getValue(row, 0))), Value::secondsUntil(expires, now),
+                        Value::utcTime(expires)});
     }
     return Outcome();
 }
 
-const std::vector<std::string> VISITOR_COLUMNS{"SID", "EXPIRES", "LEFT"};
+const std::vector<std::string> VISITOR_COLUMNS{"sid", "expires_in", "expires_at"};
 
 Outcome lookup(const Arguments& arguments, Output& output) {
     std::vector<std::string> given;
@@ -68,24 +64,24 @@ Outcome lookup(const Arguments& arguments, Output& output) {
     outcome = fromResult(service.getPublicAddressKeyCSID(user, domain, key, csid), aor.text());
     if (!outcome.ok())
         return outcome;
-    Fields fields{{"public address key", std::to_string(key)}, {"contact set", std::to_string(csid)}};
+    Fields fields{{"public_address_id", Value::number(key)}, {"csid", Value::number(csid)}};
     velm::SubscriberRecord subscriber;
     velm::DatabaseResult found = service.lookupSubscriber(user, domain, subscriber);
     if (found.okay()) {
-        fields.push_back({"subscriber", std::to_string(subscriber.sid())});
-        fields.push_back({"auth user", subscriber.userId()});
-        fields.push_back({"active", subscriber.active()});
+        fields.push_back({"sid", Value::number(subscriber.sid())});
+        fields.push_back({"auth_user", subscriber.userId()});
+        fields.push_back({"active", Value::flag(subscriber.active() == "t")});
     } else if (found.notFound()) {
-        fields.push_back({"subscriber", "none"});
+        fields.push_back({"sid", Value::none()});
     } else {
         return fromResult(found, "subscriber of " + aor.text());
     }
-    fields.push_back({"served by", servedBy(service.isLocalUser(user, domain))});
+    fields.push_back({"served_by", servedBy(service.isLocalUser(user, domain))});
     std::string identity;
     velm::DatabaseResult named = service.getIdentity(user, domain, identity);
     if (!named.okay() && !named.notFound())
         return fromResult(named, "identity of " + aor.text());
-    fields.push_back({"identity", identity.empty() ? "none" : identity});
+    fields.push_back({"identity", identity.empty() ? Value::none() : Value(identity)});
     output.record(aor.text(), fields);
     return showContacts(session, aor, "contacts", output);
 }
@@ -110,7 +106,7 @@ Outcome visitor(const Arguments& arguments, Output& output) {
     if (!outcome.ok())
         return outcome;
     velm::LocationService& service = *session.service();
-    std::vector<std::vector<std::string>> rows;
+    std::vector<Row> rows;
 
     if (action == "fetch") {
         velm::SubscriberRecord subscriber;
@@ -118,9 +114,9 @@ Outcome visitor(const Arguments& arguments, Output& output) {
                              "fetching " + aor.text());
         if (!outcome.ok())
             return outcome;
-        output.record(aor.text(), {{"subscriber", std::to_string(subscriber.sid())},
-                                   {"auth user", subscriber.userId()},
-                                   {"served by", subscriber.isLocal() ? "this node" : "another node (visiting)"}});
+        output.record(aor.text(), {{"sid", Value::number(subscriber.sid())},
+                                   {"auth_user", subscriber.userId()},
+                                   {"served_by", subscriber.isLocal() ? "this node" : "another node (visiting)"}});
         outcome = visitors(service, subscriber.sid(), rows);
         if (outcome.ok())
             output.table("recorded visitor", VISITOR_COLUMNS, rows);

@@ -3,6 +3,8 @@
 #define VELMCTL_OUTPUT_H
 
 #include "ContactRecord.h"
+#include "Status.h"
+#include "Value.h"
 
 #include <string>
 #include <utility>
@@ -10,33 +12,38 @@
 
 namespace velmctl {
 
-// Contacts for people (an aligned table) or for scripts (JSON, one document
-// per command on standard output).
+using Fields = std::vector<std::pair<std::string, Value>>;
+using Row = std::vector<Value>;
+
+// A command's answer for people (aligned tables, printed as they come) or for
+// scripts (one JSON document on standard output, written by finish()). Both
+// carry the same fields under the same names.
 class Output {
 public:
     explicit Output(bool json) : m_json(json) {}
-    bool json() const { return m_json; }
 
-    // One titled list of contacts of `aor`. In JSON all lists of a command
-    // form one document, written by finish().
+    // One titled list of contacts of `aor`: an object with "title", "aor" and
+    // "contacts" in the document's "lists".
     void contacts(const std::string& title, const std::string& aor, const std::vector<velm::ContactRecord>& contacts);
-    // Named values under a title: "name: value" lines for people, an object
-    // of "fields" in JSON.
-    void record(const std::string& title, const std::vector<std::pair<std::string, std::string>>& fields);
-    // Rows under a title and column names: a table for people, an array of
-    // "rows" objects keyed by the column names in JSON.
-    void table(const std::string& title, const std::vector<std::string>& columns,
-               const std::vector<std::vector<std::string>>& rows);
-    // A line of text for people; a "message" member in JSON.
+    // Named values under a title: "name: value" lines, or an object with
+    // "title" and "fields" in "lists".
+    void record(const std::string& title, const Fields& fields);
+    // Rows under a title and column names: a table, or an object with "title"
+    // and "rows" (objects keyed by the column names) in "lists".
+    void table(const std::string& title, const std::vector<std::string>& columns, const std::vector<Row>& rows);
+    // A line of text for people; an entry of "messages" in JSON.
     void note(const std::string& text);
-    // "name: value" for people; a member of the document in JSON, a string
-    // unless `literal` (a number or true/false).
-    void field(const std::string& name, const std::string& value, bool literal = false);
-    void finish();
-
-    static std::string jsonText(const std::string& text);
+    // "name: value" for people; a member of the document in JSON.
+    void field(const std::string& name, const Value& value);
+    // Ends the answer. A failure with a message is, in JSON, the whole
+    // document: {"error": {"code", "name", "message"}}; for people it is a
+    // line on standard error.
+    void finish(const Outcome& outcome);
 
 private:
+    void list(const std::string& heading, const std::string& head, const std::string& member,
+              const std::vector<std::string>& columns, const std::vector<Row>& rows, const char* empty);
+
     bool m_json;
     std::vector<std::string> m_lists;
     std::vector<std::string> m_notes;

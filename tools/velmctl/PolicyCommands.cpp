@@ -2,6 +2,7 @@
 // domain access, emergency contact.
 #include "CommandRegistry.h"
 #include "CommandSupport.h"
+#include "LibraryMessages.h"
 #include "LocationService.h"
 #include "TrustedHostRecord.h"
 
@@ -13,7 +14,7 @@ const char* const QUESTION = "policy question (trusted, domain, emergency)";
 
 Outcome failed(const velm::DatabaseResult& result, const std::string& context) {
     Status status = result.badParameter() ? BAD_INPUT : DATABASE_ERROR;
-    return Outcome::failure(status, context + ": " + result.getErrorMessage());
+    return Outcome::failure(status, context + ": " + operatorWords(result.getErrorMessage()));
 }
 
 Outcome trusted(velm::LocationService& service, const std::string& host, const std::string& hostName,
@@ -27,8 +28,8 @@ Outcome trusted(velm::LocationService& service, const std::string& host, const s
     velm::TrustedHostRecord record;
     bool found = service.getTrustedHost(host.c_str(), hostName.c_str(), record);
     output.table("trusted host", {"host", "host_name", "trusted", "matched", "perform_orig_proc"},
-                 {{host, hostName, found ? "yes" : "no", found ? record.getName() : "",
-                   found ? (record.getPerformOrigProc() ? "yes" : "no") : ""}});
+                 {{host, hostName, Value::flag(found), found ? Value(record.getName()) : Value::none(),
+                   found ? Value::flag(record.getPerformOrigProc()) : Value::none()}});
     return Outcome();
 }
 
@@ -37,7 +38,7 @@ Outcome domain(velm::LocationService& service, const std::string& domain, Output
     velm::DatabaseResult result = service.checkInboundDomainAccess(domain.c_str(), allowed);
     if (!result.okay())
         return failed(result, "checking " + domain);
-    output.table("inbound domain access", {"domain", "inbound"}, {{domain, allowed ? "allowed" : "denied"}});
+    output.table("inbound domain access", {"domain", "allowed"}, {{domain, Value::flag(allowed)}});
     return Outcome();
 }
 
@@ -46,7 +47,7 @@ Outcome emergency(velm::LocationService& service, const std::string& contact, Ou
     velm::DatabaseResult result = service.isEmergencyContact(contact, isEmergency);
     if (!result.okay())
         return failed(result, "checking " + contact);
-    output.table("emergency contact", {"contact", "emergency"}, {{contact, isEmergency ? "yes" : "no"}});
+    output.table("emergency contact", {"contact", "emergency"}, {{contact, Value::flag(isEmergency)}});
     return Outcome();
 }
 

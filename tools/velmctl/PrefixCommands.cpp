@@ -5,6 +5,7 @@
 #include "CommandSupport.h"
 #include "DatabaseCommandExecutor.h"
 #include "EscapedString.h"
+#include "LibraryMessages.h"
 #include "LocationService.h"
 #include "PrefixMapRecord.h"
 #include "QueryResultPtr.h"
@@ -16,7 +17,7 @@ namespace velmctl {
 namespace {
 
 Outcome failed(const velm::DatabaseResult& result, const std::string& context) {
-    std::string message = result.getErrorMessage();
+    std::string message = operatorWords(result.getErrorMessage());
     return Outcome::failure(DATABASE_ERROR, context + ": " + message.substr(0, message.find('\n')));
 }
 
@@ -52,9 +53,9 @@ Outcome list(velm::LocationService& service, Output& output) {
     }
     if (!result.okay())
         return failed(result, "reading prefix_map");
-    std::vector<std::vector<std::string>> rows;
+    std::vector<Row> rows;
     for (const velm::PrefixMapRecord& map : maps)
-        rows.push_back({map.prefix(), std::to_string(map.csid()), std::to_string(map.total_length())});
+        rows.push_back({map.prefix(), Value::number(map.csid()), Value::number(map.total_length())});
     output.table("prefix map, in the order the tree applies it (of two equal prefixes the later wins)",
                  {"prefix", "csid", "total_length"}, rows);
     return Outcome();
@@ -87,7 +88,7 @@ Outcome lookup(velm::LocationService& service, const std::string& address, Outpu
         return Outcome();
     }
     if (result.notFound() && result.getErrorMessage() == "lookupDigitMap passed visiting user")
-        return Outcome::failure(NOT_FOUND, aor.text() + ": a visiting user, routed by its home node");
+        return Outcome::failure(NOT_FOUND, aor.text() + ": " + operatorWords(result.getErrorMessage()));
     if (result.notFound())
         return Outcome::failure(NOT_FOUND, "no prefix routes '" + aor.user + "'");
     if (result.getErrorMessage() == "no contact found")

@@ -66,7 +66,7 @@ private:
 void showRoute(const std::string& title, const std::string& target, const std::string& ordering, bool redirect,
                const std::vector<velm::ContactRecord>& contacts, Output& output) {
     output.field("ordering", ordering);
-    output.field("redirect", redirect ? "true" : "false", true);
+    output.field("redirect", Value::flag(redirect));
     output.contacts(title, target, contacts);
 }
 
@@ -117,7 +117,7 @@ Outcome outboundRoute(Session& session, const std::string& target, bool internal
                                  "outbound route (system parameters of application velm)");
     if (!outcome.ok())
         return outcome;
-    output.field("allowed", allowed ? "true" : "false", true);
+    output.field("allowed", Value::flag(allowed));
     if (allowed)
         output.field("proxy", proxy.empty() ? "(direct)" : proxy);
     return outcome;
@@ -160,10 +160,10 @@ Outcome conference(const Arguments& arguments, Output& output) {
     unsigned int total = count[Executor::STR_CONF_TOTAL];
     unsigned int inUse = count[Executor::STR_CONF_IN_USE];
     unsigned int invalid = count[Executor::STR_CONF_INVALID];
-    output.field("bridges", std::to_string(total), true);
-    output.field("in_use", std::to_string(inUse), true);
-    output.field("invalid", std::to_string(invalid), true);
-    output.field("free", std::to_string(total > inUse + invalid ? total - inUse - invalid : 0), true);
+    output.field("bridges", Value::number(total));
+    output.field("in_use", Value::number(inUse));
+    output.field("invalid", Value::number(invalid));
+    output.field("free", Value::number(total > inUse + invalid ? total - inUse - invalid : 0));
     return outcome;
 }
 

@@ -3,6 +3,7 @@
 
 #include "Crypt.h"
 #include "DatabaseCommandExecutor.h"
+#include "LibraryMessages.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
 #include "PublicAddressRecord.h"
@@ -20,9 +21,8 @@ Outcome fromResult(const velm::DatabaseResult& result, const std::string& contex
         return Outcome();
     if (result.notFound())
         return Outcome::failure(NOT_FOUND, context + ": not found");
-    if (result.badParameter())
-        return Outcome::failure(BAD_INPUT, context + ": " + result.getErrorMessage());
-    return Outcome::failure(DATABASE_ERROR, context + ": " + result.getErrorMessage());
+    Status status = result.badParameter() ? BAD_INPUT : DATABASE_ERROR;
+    return Outcome::failure(status, context + ": " + operatorWords(result.getErrorMessage()));
 }
 
 namespace {
@@ -128,7 +128,7 @@ Outcome Session::unregisterContact(const Aor& aor, const ContactArg& contact, Ch
     velm::DatabaseResult result =
         m_service->unregisterContacts(paid, contacts, changes.added, changes.deleted, changes.changed);
     if (result.badParameter())
-        return Outcome::failure(NOT_FOUND, aor.text() + ": " + result.getErrorMessage());
+        return Outcome::failure(NOT_FOUND, aor.text() + ": " + operatorWords(result.getErrorMessage()));
     return fromResult(result, "unregistering for " + aor.text());
 }
 

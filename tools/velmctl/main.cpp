@@ -4,16 +4,12 @@
 #include "CommandRegistry.h"
 #include "Output.h"
 
-#include <cstdio>
-
 int main(int argc, char** argv) {
     velmctl::Arguments arguments;
     velmctl::Outcome outcome = arguments.parse(argc, argv);
     velmctl::Output output(arguments.json());
     if (outcome.ok())
         outcome = velmctl::runCommand(arguments, output);
-    output.finish();
-    if (!outcome.message.empty())
-        std::fprintf(stderr, "velmctl: %s\n", outcome.message.c_str());
+    output.finish(outcome);
     return outcome.status;
 }
