@@ -3,6 +3,7 @@
 
 #include "AppProperties.h"
 #include "Bindings.h"
+#include "Crypt.h"
 #include "LocationService.h"
 #include "SipRequest.h"
 #include "SubscriberRecord.h"
@@ -131,7 +132,7 @@ SipResponse forbidden(const std::string& why) {
 
 } // namespace
 
-bool readDigestSettings(DigestSettings& settings, std::string& error) {
+bool readDigestSettings(bool disabled, DigestSettings& settings, std::string& error) {
     if (const char* value = velm::AppProperties::get("Registrar", "Authenticate")) {
         const std::string text = trimmed(value);
         settings.enabled = !(strcasecmp(text.c_str(), "false") == 0 || strcasecmp(text.c_str(), "no") == 0 ||
@@ -160,6 +161,12 @@ bool readDigestSettings(DigestSettings& settings, std::string& error) {
             error = "[Registrar] DigestAlgorithms is empty";
             return false;
         }
+    }
+    settings.enabled = settings.enabled && !disabled;
+    const std::string probe = "probe";
+    if (settings.enabled && Crypt::decrypt(Crypt::encrypt(probe)) != probe) {
+        error = "authentication needs the password key of the subscribers ([Crypt] KeyFile)";
+        return false;
     }
     return true;
 }

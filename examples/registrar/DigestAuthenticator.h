@@ -30,9 +30,11 @@ struct DigestSettings {
     size_t nonceCapacity = 65536;
 };
 
-// Reads DigestSettings from the loaded configuration; false with the
-// reason in `error` for a value that cannot be used.
-bool readDigestSettings(DigestSettings& settings, std::string& error);
+// Reads DigestSettings from the loaded configuration (`disabled`: turned
+// off on the command line). False with the reason in `error` for a value
+// that cannot be used, or when authentication is on without a usable
+// password key ([Crypt] KeyFile) to decipher the subscribers' passwords.
+bool readDigestSettings(bool disabled, DigestSettings& settings, std::string& error);
 
 // Checks the digest credentials of a REGISTER (qop=auth, MD5 and SHA-256,
 // nonces signed by this process, nonce counts never reused) against the

@@ -20,7 +20,7 @@ int main(int argc, char** argv) {
     registrar::DigestSettings digest;
     std::string error;
     if (!registrar::parseOptions(argc, argv, options, error) || !registrar::loadConfiguration(options, error) ||
-        !registrar::readDigestSettings(digest, error)) {
+        !registrar::readDigestSettings(options.noAuth, digest, error)) {
         if (!error.empty())
             std::fprintf(stderr, "velm-registrar: %s\n", error.c_str());
         std::fputs(registrar::USAGE, stderr);
@@ -55,7 +55,7 @@ int main(int argc, char** argv) {
     velm::PrefixMapMonitor::instance();
 
     std::unique_ptr<registrar::DigestAuthenticator> authenticator;
-    if (digest.enabled && !options.noAuth)
+    if (digest.enabled)
         authenticator = std::make_unique<registrar::DigestAuthenticator>(options.domain, digest);
     else
         trace.log("REGISTER is not authenticated");
