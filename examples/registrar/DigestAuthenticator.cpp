@@ -96,9 +96,7 @@ struct Credentials {
             c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     }
 
-    bool complete() const {
-        return !username.empty() && !nonce.empty() && !uri.empty() && !response.empty();
-    }
+    bool complete() const { return !username.empty() && !nonce.empty() && !uri.empty() && !response.empty(); }
 
     // The nonce count as a number; false unless 1 to 8 hex digits.
     bool count(unsigned long& value) const {
@@ -112,8 +110,8 @@ struct Credentials {
         const std::string name = algorithmNamed(algorithm);
         std::string secret = username + ":" + realm + ":" + password;
         std::string ha1 = hashed(name, secret);
-        const std::string result =
-            hashed(name, ha1 + ":" + nonce + ":" + nc + ":" + cnonce + ":" + qop + ":" + hashed(name, method + ":" + uri));
+        const std::string result = hashed(name, ha1 + ":" + nonce + ":" + nc + ":" + cnonce + ":" + qop + ":" +
+                                                    hashed(name, method + ":" + uri));
         sodium_memzero(&secret[0], secret.size());
         sodium_memzero(&ha1[0], ha1.size());
         return result;
@@ -135,8 +133,8 @@ SipResponse forbidden(const std::string& why) {
 bool readDigestSettings(bool disabled, DigestSettings& settings, std::string& error) {
     if (const char* value = velm::AppProperties::get("Registrar", "Authenticate")) {
         const std::string text = trimmed(value);
-        settings.enabled = !(strcasecmp(text.c_str(), "false") == 0 || strcasecmp(text.c_str(), "no") == 0 ||
-                             text == "0");
+        settings.enabled =
+            !(strcasecmp(text.c_str(), "false") == 0 || strcasecmp(text.c_str(), "no") == 0 || text == "0");
     }
     if (const char* value = velm::AppProperties::get("Registrar", "NonceLifetime")) {
         char* end = nullptr;
@@ -256,9 +254,8 @@ SipResponse DigestAuthenticator::challenge(bool stale, long now) const {
     SipResponse response(401, "Unauthorized");
     const std::string nonce = m_signer.issue(now);
     for (const std::string& algorithm : m_algorithms)
-        response.addHeader("WWW-Authenticate", "Digest realm=\"" + m_realm + "\", nonce=\"" + nonce +
-                                                   "\", algorithm=" + algorithm + ", qop=\"auth\"" +
-                                                   (stale ? ", stale=true" : ""));
+        response.addHeader("WWW-Authenticate", "Digest realm=\"" + m_realm + "\", nonce=\"" + nonce + "\", algorithm=" +
+                                                   algorithm + ", qop=\"auth\"" + (stale ? ", stale=true" : ""));
     return response;
 }
 
