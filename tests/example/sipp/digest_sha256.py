@@ -37,13 +37,13 @@ def register(authorization=None):
     return int(answer.split()[1]), challenges
 
 
-def credentials(nonce, count, algorithm="SHA-256", password="alice-secret"):
+def credentials(nonce, count, algorithm="SHA-256", password="alice-secret", user="alice"):
     def digest(text):
         return hashlib.new("sha256" if algorithm == "SHA-256" else "md5", text.encode()).hexdigest()
     nc, cnonce = f"{count:08x}", uuid.uuid4().hex[:8]
-    response = digest(f"{digest('alice:example.com:' + password)}:{nonce}:{nc}:{cnonce}:auth:"
+    response = digest(f"{digest(user + ':example.com:' + password)}:{nonce}:{nc}:{cnonce}:auth:"
                       f"{digest('REGISTER:sip:example.com')}")
-    return (f'Digest username="alice", realm="example.com", nonce="{nonce}", uri="sip:example.com", '
+    return (f'Digest username="{user}", realm="example.com", nonce="{nonce}", uri="sip:example.com", '
             f'response="{response}", algorithm={algorithm}, qop=auth, nc={nc}, cnonce="{cnonce}"')
 
 
@@ -68,6 +68,7 @@ for step, authorization, code in [
         ("MD5, nc 3", credentials(nonce, 3, "MD5"), 200),
         ("MD5, nc 2 replayed", credentials(nonce, 2, "MD5"), 401),
         ("wrong password, nc 4", credentials(nonce, 4, password="wrong"), 401),
+        ("unknown user", credentials(nonce, 1, user="mallory"), 401),
         ("forged nonce", credentials(forged, 1), 401)]:
     expect(step, register(authorization), code)
 time.sleep(LIFETIME + 1.5)
