@@ -237,6 +237,11 @@ bool DigestAuthenticator::admit(const SipRequest& request, velm::LocationService
         return false;
     }
 
+    // The usual case, a phone registering its own address, was just looked
+    // up: handles and domains are compared without case.
+    if (strcasecmp(request.toUser().c_str(), credentials.username.c_str()) == 0 &&
+        strcasecmp(request.toHost().c_str(), m_realm.c_str()) == 0)
+        return true;
     velm::SubscriberRecord owner;
     result = service.lookupSubscriber(request.toUser().c_str(), request.toHost().c_str(), owner);
     if (!result.okay() && !result.notFound()) {
