@@ -23,18 +23,23 @@ bool readCount(const char* text, int low, int high, int& value) {
 } // namespace
 
 const char USAGE[] =
-    "usage: velm-registrar --domain DOMAIN [--address IPV4] [--port N] [--threads N] [--config FILE]\n"
+    "usage: velm-registrar --domain DOMAIN [--address IPV4] [--port N] [--threads N] [--config FILE] [--no-auth]\n"
     "  --domain    the primary SIP domain (routing composes the conference server's URI from it)\n"
     "  --address   address to listen on (default 127.0.0.1)\n"
     "  --port      UDP port (default 5060; 0 picks a free one)\n"
     "  --threads   worker threads, each with its own database connection (default: the number of cores)\n"
-    "  --config    velm.conf to read (default: VELM_CONFIG, else /etc/velm/velm.conf)\n";
+    "  --config    velm.conf to read (default: VELM_CONFIG, else /etc/velm/velm.conf)\n"
+    "  --no-auth   accept REGISTER without digest credentials: for load tests only\n";
 
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     unsigned cores = std::thread::hardware_concurrency();
     options.server.threads = cores > 0 ? static_cast<int>(cores) : 1;
     for (int i = 1; i < argc; ++i) {
         const std::string name = argv[i];
+        if (name == "--no-auth") {
+            options.noAuth = true;
+            continue;
+        }
         if (i + 1 >= argc) {
             error = name == "--help" ? "" : "missing value of " + name;
             return false;

@@ -13,6 +13,8 @@ struct Options {
     std::string domain;
     // Empty: VELM_CONFIG, else /etc/velm/velm.conf.
     std::string config;
+    // --no-auth: REGISTER is applied without credentials (load tests only).
+    bool noAuth = false;
 };
 
 // Reads the command line; false with the reason in `error` (empty for

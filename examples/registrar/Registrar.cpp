@@ -1,6 +1,7 @@
 // Applying REGISTER requests: adding, refreshing and removing bindings, and answering with those that remain.
 #include "Registrar.h"
 
+#include "DigestAuthenticator.h"
 #include "LocationService.h"
 #include "SipAddr.h"
 #include "SipRequest.h"
@@ -29,8 +30,8 @@ const velm::ContactRecord* findStored(const ContactBinding& binding, const std::
 
 } // namespace
 
-Registrar::Registrar(velm::LocationService& service, const ExpiryPolicy& policy)
-    : m_service(service), m_bindings(service), m_policy(policy), m_trace("Registrar") {}
+Registrar::Registrar(velm::LocationService& service, const ExpiryPolicy& policy, DigestAuthenticator* authenticator)
+    : m_service(service), m_bindings(service), m_policy(policy), m_authenticator(authenticator), m_trace("Registrar") {}
 
 SipResponse Registrar::handle(const SipRequest& request) {
     RegisterRequest registration;
@@ -41,6 +42,8 @@ SipResponse Registrar::handle(const SipRequest& request) {
         return SipResponse::badRequest("To is not an address of record");
     if (request.cseq() < 0)
         return SipResponse::badRequest("invalid CSeq number");
+    if (m_authenticator != nullptr && !m_authenticator->admit(request, m_service, rejection))
+        return rejection;
 
     int key = 0;
     velm::DatabaseResult result = m_bindings.key(request.toUser(), request.toHost(), key);

@@ -15,14 +15,16 @@ class LocationService;
 
 namespace registrar {
 
+class DigestAuthenticator;
 class SipRequest;
 
 // Applies REGISTER requests to the contact table through one thread's
 // LocationService: new bindings, refreshes and removals (one contact, or all
-// with "*"), and answers with the bindings that then exist.
+// with "*"), and answers with the bindings that then exist. With an
+// authenticator, only requests it admits are applied.
 class Registrar {
 public:
-    Registrar(velm::LocationService& service, const ExpiryPolicy& policy);
+    Registrar(velm::LocationService& service, const ExpiryPolicy& policy, DigestAuthenticator* authenticator);
 
     SipResponse handle(const SipRequest& request);
 
@@ -43,6 +45,7 @@ private:
     velm::LocationService& m_service;
     Bindings m_bindings;
     ExpiryPolicy m_policy;
+    DigestAuthenticator* m_authenticator;
     velm::Trace m_trace;
 };
 

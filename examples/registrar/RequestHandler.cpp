@@ -11,8 +11,9 @@ const char ALLOWED_METHODS[] = "REGISTER, INVITE, MESSAGE, OPTIONS, ACK";
 
 } // namespace
 
-RequestHandler::RequestHandler(velm::LocationService& service, const ExpiryPolicy& policy)
-    : m_registrar(service, policy), m_redirector(service), m_trace("Registrar") {}
+RequestHandler::RequestHandler(velm::LocationService& service, const ExpiryPolicy& policy,
+                               DigestAuthenticator* authenticator)
+    : m_registrar(service, policy, authenticator), m_redirector(service), m_trace("Registrar") {}
 
 std::string RequestHandler::handle(const char* datagram, size_t length) {
     SipRequest request;

@@ -19,7 +19,8 @@ namespace registrar {
 // here; ACK gets no answer; other methods are not allowed.
 class RequestHandler {
 public:
-    RequestHandler(velm::LocationService& service, const ExpiryPolicy& policy);
+    // Without an authenticator every REGISTER is applied.
+    RequestHandler(velm::LocationService& service, const ExpiryPolicy& policy, DigestAuthenticator* authenticator);
 
     // The response text; empty when there is nothing to send.
     std::string handle(const char* datagram, size_t length);

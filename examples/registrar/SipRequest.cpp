@@ -107,6 +107,12 @@ osip_contact_t* SipRequest::contact(size_t index) const {
     return contact;
 }
 
+osip_authorization_t* SipRequest::authorization(size_t index) const {
+    osip_authorization_t* authorization = nullptr;
+    osip_message_get_authorization(m_message, static_cast<int>(index), &authorization);
+    return authorization;
+}
+
 std::vector<std::string> SipRequest::responseHeaders(const std::string& toTag) const {
     std::vector<std::string> lines;
     osip_via_t* via = nullptr;

@@ -42,6 +42,8 @@ public:
     bool expiresHeader(std::string& value) const;
     size_t contactCount() const;
     osip_contact_t* contact(size_t index) const;
+    // The Authorization header at `index`; null past the last.
+    osip_authorization_t* authorization(size_t index) const;
     // The header lines a response copies from the request, each without its
     // line end: the Vias in order, From, To (with `toTag` added when the
     // request has none), Call-ID and CSeq.

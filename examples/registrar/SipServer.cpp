@@ -73,7 +73,7 @@ void SipServer::work() {
         m_trace.log("worker without a location service: it answers nothing");
         return;
     }
-    RequestHandler handler(*service, m_settings.policy);
+    RequestHandler handler(*service, m_settings.policy, m_settings.authenticator);
     std::vector<char> buffer(65536);
     pollfd watched[2] = {{m_socket, POLLIN, 0}, {m_wake[0], POLLIN, 0}};
     for (;;) {

@@ -11,12 +11,16 @@
 
 namespace registrar {
 
+class DigestAuthenticator;
+
 struct ServerSettings {
     std::string address = "127.0.0.1";
     // 0: any free port (see SipServer::port()).
     int port = 5060;
     int threads = 1;
     ExpiryPolicy policy;
+    // Null: REGISTER is not authenticated.
+    DigestAuthenticator* authenticator = nullptr;
 };
 
 // The UDP transport: one socket that every worker thread reads from and

@@ -1,6 +1,8 @@
 // velm-registrar: an example SIP registrar and redirect server on velmdb.
 // REGISTER binds contacts; INVITE, MESSAGE and OPTIONS to a user are answered
-// with 302 and the user's contacts. UDP only, no authentication.
+// with 302 and the user's contacts. UDP only; REGISTER needs digest
+// credentials unless configured otherwise.
+#include "DigestAuthenticator.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
 #include "Options.h"
@@ -11,11 +13,14 @@
 
 #include <csignal>
 #include <cstdio>
+#include <memory>
 
 int main(int argc, char** argv) {
     registrar::Options options;
+    registrar::DigestSettings digest;
     std::string error;
-    if (!registrar::parseOptions(argc, argv, options, error) || !registrar::loadConfiguration(options, error)) {
+    if (!registrar::parseOptions(argc, argv, options, error) || !registrar::loadConfiguration(options, error) ||
+        !registrar::readDigestSettings(options.noAuth, digest, error)) {
         if (!error.empty())
             std::fprintf(stderr, "velm-registrar: %s\n", error.c_str());
         std::fputs(registrar::USAGE, stderr);
@@ -49,6 +54,12 @@ int main(int argc, char** argv) {
         trace.log("no digit-prefix routes: %s", prefixes.getErrorMessage().c_str());
     velm::PrefixMapMonitor::instance();
 
+    std::unique_ptr<registrar::DigestAuthenticator> authenticator;
+    if (digest.enabled)
+        authenticator = std::make_unique<registrar::DigestAuthenticator>(options.domain, digest);
+    else
+        trace.log("REGISTER is not authenticated");
+    options.server.authenticator = authenticator.get();
     registrar::SipServer server(options.server);
     if (!server.open(error)) {
         std::fprintf(stderr, "velm-registrar: %s\n", error.c_str());
