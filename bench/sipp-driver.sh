@@ -1,6 +1,7 @@
-# What bench/sipp and bench/peer share, sourced by both: the build, the private
-# PostgreSQL server, the provisioned subscribers, SIPp's scenarios, starting
-# velm-registrar and one SIPp run at a fixed rate.
+# The pieces of a SIPp bench that bench/sipp and bench/peer share (sourced).
+#
+# The build, the private PostgreSQL server, the provisioned subscribers, SIPp's
+# scenarios, starting velm-registrar, one SIPp run at a fixed rate and the ramp.
 #
 # The sourcing script sets `build` (the build directory) and `work` (a
 # temporary directory it removes) before calling these, and reads the
