@@ -2,10 +2,10 @@
 #include "PrefixMapMonitor.h"
 
 #include "AppProperties.h"
+#include "Console.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
 
-#include <cstdio>
 #include <cstdlib>
 
 namespace velm {
@@ -42,15 +42,13 @@ PrefixMapMonitor::~PrefixMapMonitor() {
     if (m_pThread == nullptr)
         return;
     m_trace.prn("interrupting PrefixMapMonitor thread");
-    std::printf("interrupting PrefixMapMonitor thread\n");
-    std::fflush(stdout);
+    Console::print("interrupting PrefixMapMonitor thread\n");
     m_pThread->shutdown();
     m_pThread->join();
     delete m_pThread;
     m_pThread = nullptr;
     m_trace.prn("done");
-    std::printf("done\n");
-    std::fflush(stdout);
+    Console::print("done\n");
 }
 
 PrefixMapMonitor::PrefixMapThread::PrefixMapThread() : m_shutdown(false), m_trace("PrefixMapMonitor") {}
@@ -102,7 +100,7 @@ void PrefixMapMonitor::PrefixMapThread::run() {
         switch (m_q.dequeue(item, interval, 0)) {
         case osk::Queue<int*>::EMPTY:
             m_trace.prn("prefix map thread checking for updates");
-            std::printf("prefix map thread checking for updates\n");
+            Console::print("prefix map thread checking for updates\n");
             break;
         case osk::Queue<int*>::INACTIVE:
             m_trace.prn("prefix map thread shutting down");

@@ -1,6 +1,7 @@
 // velm-registrar: an example SIP registrar and redirect server on velmdb.
 // REGISTER binds contacts; INVITE, MESSAGE and OPTIONS to a user are answered
 // with 302 and the user's contacts. UDP only, no authentication.
+#include "Console.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
 #include "Options.h"
@@ -12,6 +13,16 @@
 #include <csignal>
 #include <cstdio>
 
+namespace {
+
+// The library's status lines join the registrar's own log.
+void logConsoleLine(const char* text) {
+    static const velm::Trace console("Registrar");
+    console.log("%s", text);
+}
+
+} // namespace
+
 int main(int argc, char** argv) {
     registrar::Options options;
     std::string error;
@@ -22,6 +33,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     velm::Trace trace("Registrar");
+    velm::Console::setSink(&logConsoleLine);
     registrar::SipRequest::initialiseParser();
 
     // Before any thread starts: the pool singleton is made without a lock,

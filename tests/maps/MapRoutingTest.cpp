@@ -2,6 +2,7 @@
 #include "AddressMap.h"
 #include "AlarmCapture.h"
 #include "AppProperties.h"
+#include "Console.h"
 #include "ContactRecord.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
@@ -21,6 +22,7 @@
 #include <cstdio>
 #include <ctime>
 #include <functional>
+#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -410,6 +412,18 @@ TEST_F(PrefixMapMonitorThread, RebuildsOnceForEveryRiseOfTheCounterUnderRunningL
     EXPECT_EQ(0, std::count(lookups.begin(), lookups.end(), 0)) << "threads that never looked up";
 }
 
+namespace {
+
+// What the library prints while a host's sink is installed.
+std::mutex printedMutex;
+Names printedLines;
+void keepPrinted(const char* text) {
+    std::lock_guard<std::mutex> lock(printedMutex);
+    printedLines.emplace_back(text);
+}
+
+} // namespace
+
 TEST_F(PrefixMapMonitorThread, CheckNowAndDestroyDoNotWaitForTheIntervalAndThePoolWaitsForThem) {
     velm::AppProperties::set("SipServer", "PrefixMapInterval", "3600");
     const std::string checking = "checking trigger_notify table for prefix_map update";
@@ -421,11 +435,17 @@ TEST_F(PrefixMapMonitorThread, CheckNowAndDestroyDoNotWaitForTheIntervalAndThePo
                                  "LocationServicePool::destroy() refused: the PrefixMapMonitor thread still uses a "
                                  "connection of the pool; call PrefixMapMonitor::destroy() first"));
 
-    // The thread's connection is still there and still works.
+    // The thread's connection is still there and still works; its printed line goes to the host's sink.
+    velm::Console::setSink(&keepPrinted);
     db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('9', 3)");
     PrefixMapMonitor::instance()->checkNow();
     EXPECT_TRUE(waitFor([&] { return find("9") == 3; }));
+    velm::Console::setSink(nullptr);
     EXPECT_EQ(0u, count("PrefixMapMonitor", WOKE));
+    EXPECT_EQ(Names{"getPrefixMaps retrieved 1 rows\n"}, [] {
+        std::lock_guard<std::mutex> lock(printedMutex);
+        return printedLines;
+    }());
 
     // What it prints reaches the descriptor at once, flushed by the library.
     int pipe[2], saved = dup(1);
