@@ -45,10 +45,13 @@ int main(int argc, char** argv) {
     sigaddset(&stopSignals, SIGINT);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
+    // checkConnect() only says that the service has tried to connect: it
+    // answers ok with the server down. A statement that really runs tells.
     velm::LocationService* service = pool->getConnection();
     velm::DatabaseResult connected;
+    int prefixCounter = 0;
     if (service != nullptr)
-        service->checkConnect(connected);
+        connected = service->checkPrefixMap(&prefixCounter);
     if (service == nullptr || !connected.okay()) {
         std::fprintf(stderr, "velm-registrar: no database connection: %s\n",
                      service == nullptr ? "no location service" : connected.getErrorMessage().c_str());
