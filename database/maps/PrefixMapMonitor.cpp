@@ -5,12 +5,14 @@
 #include "Console.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
+#include "SafeLock.h"
 
 #include <cstdlib>
 
 namespace velm {
 
 PrefixMapMonitor* PrefixMapMonitor::m_instance = nullptr;
+std::atomic<bool> PrefixMapMonitor::m_running{false};
 
 PrefixMapMonitor* PrefixMapMonitor::instance() {
     if (m_instance == nullptr)
@@ -29,13 +31,21 @@ bool PrefixMapMonitor::exists() {
     return m_instance != nullptr;
 }
 
+bool PrefixMapMonitor::running() {
+    return m_running;
+}
+
 void PrefixMapMonitor::checkNow() {
     m_pThread->wakeUp();
 }
 
 PrefixMapMonitor::PrefixMapMonitor() : m_pThread(new PrefixMapThread()), m_trace("PrefixMapMonitor") {
-    if (!m_pThread->start())
+    // Raised before the start: a thread that fails at once lowers it itself.
+    m_running = true;
+    if (!m_pThread->start()) {
+        m_running = false;
         m_trace.log("cannot start the PrefixMapMonitor thread: prefix_map changes are not picked up");
+    }
 }
 
 PrefixMapMonitor::~PrefixMapMonitor() {
@@ -66,7 +76,18 @@ void PrefixMapMonitor::PrefixMapThread::wakeUp() {
     m_q.enqueue(nullptr);
 }
 
+void PrefixMapMonitor::PrefixMapThread::ended(void*) {
+    m_running = false;
+}
+
 void PrefixMapMonitor::PrefixMapThread::run() {
+    osk::DeferredCancellation deferred;
+    pthread_cleanup_push(&PrefixMapThread::ended, nullptr);
+    poll();
+    pthread_cleanup_pop(1);
+}
+
+void PrefixMapMonitor::PrefixMapThread::poll() {
     LocationService* service = LocationServicePool::Instance()->getConnection();
     if (service == nullptr) {
         m_trace.prn("failed to connect to location service");

@@ -4,6 +4,7 @@
 #include "Console.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
+#include "MonitorWatch.h"
 #include "Options.h"
 #include "PrefixMapMonitor.h"
 #include "SipRequest.h"
@@ -20,6 +21,13 @@ void logConsoleLine(const char* text) {
     static const velm::Trace console("Registrar");
     console.log("%s", text);
 }
+
+// The monitor is looked at every second; after a failed restart the next
+// attempt waits twice as long as the last, but never more than 10 s, so that
+// digit routes are back within seconds of the database and a long outage
+// costs one connection attempt (and one alarm) each 10 s.
+const int FIRST_RESTART_DELAY = 1;
+const int MAX_RESTART_DELAY = 10;
 
 } // namespace
 
@@ -63,10 +71,13 @@ int main(int argc, char** argv) {
     if (!prefixes.okay())
         trace.log("no digit-prefix routes: %s", prefixes.getErrorMessage().c_str());
     velm::PrefixMapMonitor::instance();
+    registrar::MonitorWatch watch(FIRST_RESTART_DELAY, MAX_RESTART_DELAY);
+    watch.start();
 
     registrar::SipServer server(options.server);
     if (!server.open(error)) {
         std::fprintf(stderr, "velm-registrar: %s\n", error.c_str());
+        watch.stop();
         velm::PrefixMapMonitor::destroy();
         velm::LocationServicePool::destroy();
         return 1;
@@ -82,7 +93,9 @@ int main(int argc, char** argv) {
     sigwait(&stopSignals, &signal);
     trace.log("signal %d: stopping", signal);
     server.stop();
-    // The monitor's thread uses a pooled connection: it goes first.
+    // The watch restarts the monitor, and both threads use pooled
+    // connections: the watch goes first, then the monitor, then the pool.
+    watch.stop();
     velm::PrefixMapMonitor::destroy();
     velm::LocationServicePool::destroy();
     return 0;
