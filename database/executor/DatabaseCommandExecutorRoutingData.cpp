@@ -3,10 +3,10 @@
 
 #include "AddressMapRecord.h"
 #include "ColumnText.h"
+#include "Console.h"
 #include "PrefixMapRecord.h"
 #include "QueryResultPtr.h"
 
-#include <cstdio>
 #include <cstdlib>
 
 namespace velm {
@@ -22,7 +22,7 @@ DatabaseResult DatabaseCommandExecutor::getPrefixMaps(std::vector<PrefixMapRecor
         return outcome;
     int rows = result.rows();
     m_trace.prn("retrieved %d rows", rows);
-    std::printf("getPrefixMaps retrieved %d rows\n", rows);
+    Console::print("getPrefixMaps retrieved %d rows\n", rows);
     for (int row = 0; row < rows; ++row) {
         PrefixMapRecord map;
         if (const char* prefix = column(result, row, 0))

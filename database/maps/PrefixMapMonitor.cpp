@@ -2,15 +2,17 @@
 #include "PrefixMapMonitor.h"
 
 #include "AppProperties.h"
+#include "Console.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
+#include "SafeLock.h"
 
-#include <cstdio>
 #include <cstdlib>
 
 namespace velm {
 
 PrefixMapMonitor* PrefixMapMonitor::m_instance = nullptr;
+std::atomic<bool> PrefixMapMonitor::m_running{false};
 
 PrefixMapMonitor* PrefixMapMonitor::instance() {
     if (m_instance == nullptr)
@@ -29,28 +31,34 @@ bool PrefixMapMonitor::exists() {
     return m_instance != nullptr;
 }
 
+bool PrefixMapMonitor::running() {
+    return m_running;
+}
+
 void PrefixMapMonitor::checkNow() {
     m_pThread->wakeUp();
 }
 
 PrefixMapMonitor::PrefixMapMonitor() : m_pThread(new PrefixMapThread()), m_trace("PrefixMapMonitor") {
-    if (!m_pThread->start())
+    // Raised before the start: a thread that fails at once lowers it itself.
+    m_running = true;
+    if (!m_pThread->start()) {
+        m_running = false;
         m_trace.log("cannot start the PrefixMapMonitor thread: prefix_map changes are not picked up");
+    }
 }
 
 PrefixMapMonitor::~PrefixMapMonitor() {
     if (m_pThread == nullptr)
         return;
     m_trace.prn("interrupting PrefixMapMonitor thread");
-    std::printf("interrupting PrefixMapMonitor thread\n");
-    std::fflush(stdout);
+    Console::print("interrupting PrefixMapMonitor thread\n");
     m_pThread->shutdown();
     m_pThread->join();
     delete m_pThread;
     m_pThread = nullptr;
     m_trace.prn("done");
-    std::printf("done\n");
-    std::fflush(stdout);
+    Console::print("done\n");
 }
 
 PrefixMapMonitor::PrefixMapThread::PrefixMapThread() : m_shutdown(false), m_trace("PrefixMapMonitor") {}
@@ -68,7 +76,18 @@ void PrefixMapMonitor::PrefixMapThread::wakeUp() {
     m_q.enqueue(nullptr);
 }
 
+void PrefixMapMonitor::PrefixMapThread::ended(void*) {
+    m_running = false;
+}
+
 void PrefixMapMonitor::PrefixMapThread::run() {
+    osk::DeferredCancellation deferred;
+    pthread_cleanup_push(&PrefixMapThread::ended, nullptr);
+    poll();
+    pthread_cleanup_pop(1);
+}
+
+void PrefixMapMonitor::PrefixMapThread::poll() {
     LocationService* service = LocationServicePool::Instance()->getConnection();
     if (service == nullptr) {
         m_trace.prn("failed to connect to location service");
@@ -102,7 +121,7 @@ void PrefixMapMonitor::PrefixMapThread::run() {
         switch (m_q.dequeue(item, interval, 0)) {
         case osk::Queue<int*>::EMPTY:
             m_trace.prn("prefix map thread checking for updates");
-            std::printf("prefix map thread checking for updates\n");
+            Console::print("prefix map thread checking for updates\n");
             break;
         case osk::Queue<int*>::INACTIVE:
             m_trace.prn("prefix map thread shutting down");

@@ -35,6 +35,9 @@ namespace velm {
 //   - a failed counter check ends it and leaves the tree as it was;
 //   - a failed rebuild ends it and leaves no tree: digit-map lookups then
 //     answer ok with no contacts until the process builds a tree again.
+// A host that wants the monitor back watches running(): once it is false
+// the host builds the tree again, then destroy() and instance() start a new
+// thread.
 // The trace channel is "PrefixMapMonitor".
 class PrefixMapMonitor {
 public:
@@ -45,6 +48,9 @@ public:
     static void destroy();
     // True between instance() and destroy().
     static bool exists();
+    // True from instance() until the thread has ended, whether by a failure,
+    // by destroy() or by cancellation. Any thread may ask.
+    static bool running();
 
     // Makes the thread check the counter now instead of at the end of its
     // interval, e.g. after the host changed prefix_map itself.
@@ -65,6 +71,10 @@ private:
         void run() override;
 
     private:
+        void poll();
+        // Clean-up handler: the thread has ended, however it ended.
+        static void ended(void* unused);
+
         std::atomic<bool> m_shutdown;
         osk::Queue<int*> m_q;
         Tracer m_trace;
@@ -79,6 +89,7 @@ private:
     Tracer m_trace;
 
     static PrefixMapMonitor* m_instance;
+    static std::atomic<bool> m_running;
 };
 
 } // namespace velm

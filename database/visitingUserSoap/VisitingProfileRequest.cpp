@@ -18,6 +18,11 @@ namespace {
 
 const int CONNECT_TIMEOUT = 15;
 const int RECEIVE_TIMEOUT = 5;
+// The receive time-out holds for each read only: a peer that sends a byte
+// now and then would keep the caller's thread for ever. This bounds sending
+// the whole request, and receiving the whole answer, each; with the connect
+// time-out a call ends within 15 + 10 + 10 seconds.
+const int TRANSFER_TIMEOUT = 10;
 
 // gSOAP allocates its contexts with new: soap_free, never free(), ends one.
 struct ContextRelease {
@@ -49,6 +54,7 @@ int requestVisitingProfile(const std::string& endpoint, const std::string& user,
     soap_set_namespaces(soap.get(), namespaces);
     soap->connect_timeout = CONNECT_TIMEOUT;
     soap->recv_timeout = RECEIVE_TIMEOUT;
+    soap->transfer_timeout = TRANSFER_TIMEOUT;
     soap->userid = user.c_str();
     soap->passwd = password.c_str();
     std::signal(SIGPIPE, sigPipeHandler);

@@ -2,9 +2,11 @@
 // REGISTER binds contacts; INVITE, MESSAGE and OPTIONS to a user are answered
 // with 302 and the user's contacts. UDP only; REGISTER needs digest
 // credentials unless configured otherwise.
+#include "Console.h"
 #include "DigestAuthenticator.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
+#include "MonitorWatch.h"
 #include "Options.h"
 #include "PrefixMapMonitor.h"
 #include "SipRequest.h"
@@ -14,6 +16,23 @@
 #include <csignal>
 #include <cstdio>
 #include <memory>
+
+namespace {
+
+// The library's status lines join the registrar's own log.
+void logConsoleLine(const char* text) {
+    static const velm::Trace console("Registrar");
+    console.log("%s", text);
+}
+
+// The monitor is looked at every second; after a failed restart the next
+// attempt waits twice as long as the last, but never more than 10 s, so that
+// digit routes are back within seconds of the database and a long outage
+// costs one connection attempt (and one alarm) each 10 s.
+const int FIRST_RESTART_DELAY = 1;
+const int MAX_RESTART_DELAY = 10;
+
+} // namespace
 
 int main(int argc, char** argv) {
     registrar::Options options;
@@ -27,6 +46,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     velm::Trace trace("Registrar");
+    velm::Console::setSink(&logConsoleLine);
     registrar::SipRequest::initialiseParser();
 
     // Before any thread starts: the pool singleton is made without a lock,
@@ -38,10 +58,13 @@ int main(int argc, char** argv) {
     sigaddset(&stopSignals, SIGINT);
     pthread_sigmask(SIG_BLOCK, &stopSignals, nullptr);
 
+    // checkConnect() only says that the service has tried to connect: it
+    // answers ok with the server down. A statement that really runs tells.
     velm::LocationService* service = pool->getConnection();
     velm::DatabaseResult connected;
+    int prefixCounter = 0;
     if (service != nullptr)
-        service->checkConnect(connected);
+        connected = service->checkPrefixMap(&prefixCounter);
     if (service == nullptr || !connected.okay()) {
         std::fprintf(stderr, "velm-registrar: no database connection: %s\n",
                      service == nullptr ? "no location service" : connected.getErrorMessage().c_str());
@@ -53,6 +76,8 @@ int main(int argc, char** argv) {
     if (!prefixes.okay())
         trace.log("no digit-prefix routes: %s", prefixes.getErrorMessage().c_str());
     velm::PrefixMapMonitor::instance();
+    registrar::MonitorWatch watch(FIRST_RESTART_DELAY, MAX_RESTART_DELAY);
+    watch.start();
 
     std::unique_ptr<registrar::DigestAuthenticator> authenticator;
     if (digest.enabled)
@@ -63,6 +88,7 @@ int main(int argc, char** argv) {
     registrar::SipServer server(options.server);
     if (!server.open(error)) {
         std::fprintf(stderr, "velm-registrar: %s\n", error.c_str());
+        watch.stop();
         velm::PrefixMapMonitor::destroy();
         velm::LocationServicePool::destroy();
         return 1;
@@ -78,7 +104,9 @@ int main(int argc, char** argv) {
     sigwait(&stopSignals, &signal);
     trace.log("signal %d: stopping", signal);
     server.stop();
-    // The monitor's thread uses a pooled connection: it goes first.
+    // The watch restarts the monitor, and both threads use pooled
+    // connections: the watch goes first, then the monitor, then the pool.
+    watch.stop();
     velm::PrefixMapMonitor::destroy();
     velm::LocationServicePool::destroy();
     return 0;

@@ -2,9 +2,11 @@
 #include "AddressMap.h"
 #include "AlarmCapture.h"
 #include "AppProperties.h"
+#include "Console.h"
 #include "ContactRecord.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
+#include "MonitorWatch.h"
 #include "PrefixMapMonitor.h"
 #include "PrefixMapRecord.h"
 #include "PrefixMaps.h"
@@ -21,6 +23,7 @@
 #include <cstdio>
 #include <ctime>
 #include <functional>
+#include <mutex>
 #include <set>
 #include <string>
 #include <thread>
@@ -410,6 +413,18 @@ TEST_F(PrefixMapMonitorThread, RebuildsOnceForEveryRiseOfTheCounterUnderRunningL
     EXPECT_EQ(0, std::count(lookups.begin(), lookups.end(), 0)) << "threads that never looked up";
 }
 
+namespace {
+
+// What the library prints while a host's sink is installed.
+std::mutex printedMutex;
+Names printedLines;
+void keepPrinted(const char* text) {
+    std::lock_guard<std::mutex> lock(printedMutex);
+    printedLines.emplace_back(text);
+}
+
+} // namespace
+
 TEST_F(PrefixMapMonitorThread, CheckNowAndDestroyDoNotWaitForTheIntervalAndThePoolWaitsForThem) {
     velm::AppProperties::set("SipServer", "PrefixMapInterval", "3600");
     const std::string checking = "checking trigger_notify table for prefix_map update";
@@ -421,11 +436,17 @@ TEST_F(PrefixMapMonitorThread, CheckNowAndDestroyDoNotWaitForTheIntervalAndThePo
                                  "LocationServicePool::destroy() refused: the PrefixMapMonitor thread still uses a "
                                  "connection of the pool; call PrefixMapMonitor::destroy() first"));
 
-    // The thread's connection is still there and still works.
+    // The thread's connection is still there and still works; its printed line goes to the host's sink.
+    velm::Console::setSink(&keepPrinted);
     db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('9', 3)");
     PrefixMapMonitor::instance()->checkNow();
     EXPECT_TRUE(waitFor([&] { return find("9") == 3; }));
+    velm::Console::setSink(nullptr);
     EXPECT_EQ(0u, count("PrefixMapMonitor", WOKE));
+    EXPECT_EQ(Names{"getPrefixMaps retrieved 1 rows\n"}, [] {
+        std::lock_guard<std::mutex> lock(printedMutex);
+        return printedLines;
+    }());
 
     // What it prints reaches the descriptor at once, flushed by the library.
     int pipe[2], saved = dup(1);
@@ -441,8 +462,9 @@ TEST_F(PrefixMapMonitorThread, CheckNowAndDestroyDoNotWaitForTheIntervalAndThePo
     EXPECT_FALSE(PrefixMapMonitor::exists());
 }
 
-// The statement that breaks the database, run before or after polling starts; the last trace; whether a tree is left.
-struct FailureCase { const char* name; bool running; const char *statement, *trace; bool treeLeft; };
+// The statement that breaks the database, run before or after polling starts; the last trace; the statement that
+// mends it; whether a tree is left.
+struct FailureCase { const char* name; bool running; const char *statement, *trace, *repair; bool treeLeft; };
 void PrintTo(const FailureCase& c, std::ostream* os) { *os << c.name; }
 
 class PrefixMapMonitorFailure : public PrefixMapMonitorThread, public testing::WithParamInterface<FailureCase> {};
@@ -459,19 +481,31 @@ TEST_P(PrefixMapMonitorFailure, TheFirstDatabaseFailureEndsTheThread) {
     PrefixMapMonitor::instance();
 
     ASSERT_TRUE(waitFor([&] { return capture.contains("PrefixMapMonitor", c.trace); }));
+    ASSERT_TRUE(waitFor([] { return !PrefixMapMonitor::running(); }));
     EXPECT_EQ(c.treeLeft ? 3 : 0, find("9"));
     EXPECT_EQ(c.treeLeft, LocationService::m_prefixMap != nullptr);
     EXPECT_EQ(1u, alarms.texts("zuVELMProxyDBAccessFailed").size());
     // Ended, not waiting: the shutdown finds no thread to wake.
     PrefixMapMonitor::destroy();
     EXPECT_FALSE(capture.contains("PrefixMapMonitor", "prefix map thread shutting down"));
+
+    // velm-registrar's watch brings the monitor back once the database is, with a tree that has what changed meanwhile.
+    registrar::MonitorWatch watch(1, 2);
+    watch.start();
+    db.admin().exec(c.repair);
+    db.admin().exec("INSERT INTO prefix_map (prefix, csid) VALUES ('8', 4)");
+    EXPECT_TRUE(waitFor([&] { return find("8") == 4 && find("9") == 3 && PrefixMapMonitor::running(); }));
 }
 
-const char* const DROP_COUNTER = "DROP TABLE trigger_notify";
+const char* const HIDE_COUNTER = "ALTER TABLE trigger_notify RENAME TO hidden";
+const char* const SHOW_COUNTER = "ALTER TABLE hidden RENAME TO trigger_notify";
 INSTANTIATE_TEST_SUITE_P(
     Cases, PrefixMapMonitorFailure,
-    testing::Values(FailureCase{"CounterGoneAtStart", false, DROP_COUNTER, "failed to retrieve initial counter value", true},
-                    FailureCase{"CounterGoneWhilePolling", true, DROP_COUNTER, "failed to check the prefix map table", true},
-                    FailureCase{"RebuildFails", true, "DROP TABLE prefix_map; UPDATE trigger_notify SET update_ctr = 9",
-                                "failed to recreate prefix table", false}),
+    testing::Values(FailureCase{"CounterGoneAtStart", false, HIDE_COUNTER, "failed to retrieve initial counter value",
+                                SHOW_COUNTER, true},
+                    FailureCase{"CounterGoneWhilePolling", true, HIDE_COUNTER, "failed to check the prefix map table",
+                                SHOW_COUNTER, true},
+                    FailureCase{"RebuildFails", true,
+                                "ALTER TABLE prefix_map RENAME TO hidden; UPDATE trigger_notify SET update_ctr = 9",
+                                "failed to recreate prefix table", "ALTER TABLE hidden RENAME TO prefix_map", false}),
     [](const testing::TestParamInfo<FailureCase>& info) { return std::string(info.param.name); });

@@ -165,10 +165,10 @@ const char* const SOAP12 = "http://www.w3.org/2003/05/soap-envelope";
 
 struct PeerCase {
     const char* name;
-    // Empty: the peer never answers.
     std::string response;
     DatabaseResult::status status;
     const char* message;
+    RawPeer::Mode mode = RawPeer::ANSWER;
 };
 
 class Peers : public Visitors, public ::testing::WithParamInterface<PeerCase> {};
@@ -177,7 +177,7 @@ class Peers : public Visitors, public ::testing::WithParamInterface<PeerCase> {}
 
 TEST_P(Peers, AnswerOutcome) {
     const PeerCase& c = GetParam();
-    RawPeer peer(c.response, c.response.empty());
+    RawPeer peer(c.response, c.mode);
     configure(peer.address());
     DatabaseResult result = lookup();
     EXPECT_EQ(c.status, result.m_status);
@@ -197,7 +197,10 @@ INSTANTIATE_TEST_SUITE_P(
                  DatabaseResult::QUERY_ERROR, "VU soap error=3"},
         PeerCase{"ServerErrorWithoutBody", http("500 Internal Server Error", "text/plain", ""),
                  DatabaseResult::QUERY_ERROR, "VU soap error=500"},
-        PeerCase{"NeverAnswers", "", DatabaseResult::QUERY_ERROR, "VU soap error=-1"},
+        PeerCase{"NeverAnswers", "", DatabaseResult::QUERY_ERROR, "VU soap error=-1", RawPeer::SILENT},
+        // Every read finds a byte, the answer never ends: the whole call's time-out ends it.
+        PeerCase{"DripsForEver", "HTTP/1.1 200 OK\r\nX-Slow: x", DatabaseResult::QUERY_ERROR, "VU soap error=-1",
+                 RawPeer::DRIP},
         // Answers the service may give: SOAP 1.2, or no id at all.
         PeerCase{"Soap12Envelope",
                  http("200 OK", "application/soap+xml",

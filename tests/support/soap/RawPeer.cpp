@@ -1,4 +1,4 @@
-// A socket server that answers one HTTP request with a given text, or never.
+// A socket server that answers one HTTP request with a given text, never, or a byte at a time without end.
 #include "RawPeer.h"
 
 #include <arpa/inet.h>
@@ -8,6 +8,8 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <chrono>
 #include <cstdlib>
 #include <stdexcept>
 
@@ -25,8 +27,8 @@ bool readable(int fd) {
 
 } // namespace
 
-RawPeer::RawPeer(std::string response, bool silent)
-    : m_response(std::move(response)), m_silent(silent), m_listener(socket(AF_INET, SOCK_STREAM, 0)) {
+RawPeer::RawPeer(std::string response, Mode mode)
+    : m_response(std::move(response)), m_mode(mode), m_listener(socket(AF_INET, SOCK_STREAM, 0)) {
     sockaddr_in address{};
     address.sin_family = AF_INET;
     address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
@@ -83,13 +85,24 @@ void RawPeer::serve() {
         std::lock_guard<std::mutex> lock(m_mutex);
         m_request = received;
     }
-    if (m_silent) {
+    if (m_mode == SILENT) {
         while (!stopping())
             readable(connection);
+    } else if (m_mode == DRIP) {
+        drip(connection);
     } else {
         send(connection, m_response.data(), m_response.size(), MSG_NOSIGNAL);
     }
     close(connection);
+}
+
+void RawPeer::drip(int connection) const {
+    for (size_t next = 0; !m_response.empty() && !stopping(); next = std::min(next + 1, m_response.size() - 1)) {
+        if (send(connection, &m_response[next], 1, MSG_NOSIGNAL) != 1)
+            return;
+        for (int tick = 0; tick < 1000 / POLL_MS && !stopping(); ++tick)
+            std::this_thread::sleep_for(std::chrono::milliseconds(POLL_MS));
+    }
 }
 
 std::string RawPeer::request() const {

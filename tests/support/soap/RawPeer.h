@@ -11,11 +11,15 @@ namespace velmtest {
 
 // A socket server on 127.0.0.1 at a port of its own that plays a misbehaving
 // SOAP service: it reads one HTTP request and sends `response` verbatim,
-// then closes the connection; with `silent` it never answers and holds the
-// connection until it is destroyed.
+// then closes the connection. SILENT never answers and holds the connection
+// until the peer is destroyed; DRIP sends `response` a byte a second and then
+// its last byte again and again, until the peer is destroyed or the client
+// has gone.
 class RawPeer {
 public:
-    explicit RawPeer(std::string response, bool silent = false);
+    enum Mode { ANSWER, SILENT, DRIP };
+
+    explicit RawPeer(std::string response, Mode mode = ANSWER);
     ~RawPeer();
     RawPeer(const RawPeer&) = delete;
     RawPeer& operator=(const RawPeer&) = delete;
@@ -31,11 +35,12 @@ public:
 
 private:
     void serve();
+    void drip(int connection) const;
     bool stopping() const;
     static std::string headerOf(const std::string& request, const std::string& name);
 
     std::string m_response;
-    bool m_silent;
+    Mode m_mode;
     int m_listener;
     int m_port = 0;
     bool m_stop = false;
