@@ -28,15 +28,24 @@ const char USAGE[] =
     "  --address   address to listen on (default 127.0.0.1)\n"
     "  --port      UDP port (default 5060; 0 picks a free one)\n"
     "  --threads   worker threads, each with its own database connection (default: the number of cores)\n"
-    "  --config    velm.conf to read (default: VELM_CONFIG, else /etc/velm/velm.conf)\n";
+    "  --config    velm.conf to read (default: VELM_CONFIG, else /etc/velm/velm.conf)\n"
+    "  --help      print this and exit\n"
+    "  --version   print the version and exit\n"
+    "It answers on UDP and TCP on the same address and port.\n";
+
+const char VERSION[] = "velm-registrar " VELM_REGISTRAR_VERSION "\n";
 
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     unsigned cores = std::thread::hardware_concurrency();
     options.server.threads = cores > 0 ? static_cast<int>(cores) : 1;
     for (int i = 1; i < argc; ++i) {
         const std::string name = argv[i];
+        options.help = options.help || name == "--help";
+        options.version = options.version || name == "--version";
+        if (options.help || options.version)
+            return true;
         if (i + 1 >= argc) {
-            error = name == "--help" ? "" : "missing value of " + name;
+            error = "missing value of " + name;
             return false;
         }
         const char* value = argv[++i];
@@ -67,11 +76,19 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     return true;
 }
 
-bool loadConfiguration(const Options& options, std::string& error) {
+bool loadConfiguration(Options& options, std::string& error) {
     if (!options.config.empty() && !velm::AppProperties::load(options.config.c_str())) {
         error = "cannot read configuration " + options.config;
         return false;
     }
+    int maxContacts = static_cast<int>(options.server.policy.maxContacts);
+    if (const char* text = velm::AppProperties::get("Registrar", "MaxContacts")) {
+        if (!readCount(text, 1, 1000, maxContacts)) {
+            error = std::string("invalid [Registrar] MaxContacts: ") + text;
+            return false;
+        }
+    }
+    options.server.policy.maxContacts = static_cast<size_t>(maxContacts);
     if (const char* socket = velm::AppProperties::get("Embedded", "SocketDirectory")) {
         setenv("PGHOST", socket, 1);
         if (const char* port = velm::AppProperties::get("Embedded", "Port"))
