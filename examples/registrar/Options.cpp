@@ -26,12 +26,11 @@ const char USAGE[] =
     "usage: velm-registrar --domain DOMAIN [--address IPV4] [--port N] [--threads N] [--config FILE]\n"
     "  --domain    the primary SIP domain (routing composes the conference server's URI from it)\n"
     "  --address   address to listen on (default 127.0.0.1)\n"
-    "  --port      UDP port (default 5060; 0 picks a free one)\n"
+    "  --port      UDP and TCP port (default 5060; 0 picks a free one)\n"
     "  --threads   worker threads, each with its own database connection (default: the number of cores)\n"
     "  --config    velm.conf to read (default: VELM_CONFIG, else /etc/velm/velm.conf)\n"
     "  --help      print this and exit\n"
-    "  --version   print the version and exit\n"
-    "It answers on UDP and TCP on the same address and port.\n";
+    "  --version   print the version and exit\n";
 
 const char VERSION[] = "velm-registrar " VELM_REGISTRAR_VERSION "\n";
 

@@ -195,8 +195,8 @@ std::vector<std::string> SipRequest::required() const {
 }
 
 bool headIsUtf8(const char* text, size_t length) {
-    const std::string view(text, length);
-    const size_t end = std::min(length, view.find("\r\n\r\n"));
+    const char blank[] = "\r\n\r\n";
+    const size_t end = static_cast<size_t>(std::search(text, text + length, blank, blank + 4) - text);
     for (size_t i = 0; i < end;) {
         const unsigned char lead = static_cast<unsigned char>(text[i]);
         const int size = sequenceLength(lead);
