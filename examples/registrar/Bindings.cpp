@@ -4,6 +4,7 @@
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
 #include "SipResponse.h"
+#include "Trace.h"
 
 #include <cmath>
 #include <cstdio>
@@ -64,10 +65,12 @@ int thousandths(const std::string& qvalue) {
 }
 
 SipResponse databaseFailure(const std::string& what, const velm::DatabaseResult& result) {
-    SipResponse response(500, "Server Internal Error");
-    std::string message = result.getErrorMessage();
-    message = message.substr(0, message.find('\n'));
-    response.addWarning("database failure: " + what + (message.empty() ? "" : ": " + message));
+    // The library's message can name the server's socket, a statement or a
+    // table: it goes to the trace only, the client learns when to try again.
+    velm::Trace("Registrar").log("database failure: %s: %s", what.c_str(), result.getErrorMessage().c_str());
+    SipResponse response(503, "Service Unavailable");
+    response.addHeader("Retry-After", "5");
+    response.addWarning("database unavailable");
     return response;
 }
 

@@ -39,7 +39,7 @@ std::vector<velm::ContactRecord> reachable(const std::vector<velm::ContactRecord
 std::string qText(int thousandths);
 // The stored qvalue text in thousandths (0 when unreadable).
 int thousandths(const std::string& qvalue);
-// 500 with a Warning carrying `result`'s message.
+// 503 with Retry-After and a fixed text; what failed goes to the trace.
 SipResponse databaseFailure(const std::string& what, const velm::DatabaseResult& result);
 
 } // namespace registrar

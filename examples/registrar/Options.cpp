@@ -26,10 +26,14 @@ const char USAGE[] =
     "usage: velm-registrar --domain DOMAIN [--address IPV4] [--port N] [--threads N] [--config FILE] [--no-auth]\n"
     "  --domain    the primary SIP domain (routing composes the conference server's URI from it)\n"
     "  --address   address to listen on (default 127.0.0.1)\n"
-    "  --port      UDP port (default 5060; 0 picks a free one)\n"
+    "  --port      UDP and TCP port (default 5060; 0 picks a free one)\n"
     "  --threads   worker threads, each with its own database connection (default: the number of cores)\n"
     "  --config    velm.conf to read (default: VELM_CONFIG, else /etc/velm/velm.conf)\n"
-    "  --no-auth   accept REGISTER without digest credentials: for load tests only\n";
+    "  --no-auth   accept REGISTER without digest credentials: for load tests only\n"
+    "  --help      print this and exit\n"
+    "  --version   print the version and exit\n";
+
+const char VERSION[] = "velm-registrar " VELM_REGISTRAR_VERSION "\n";
 
 bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     unsigned cores = std::thread::hardware_concurrency();
@@ -40,8 +44,12 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
             options.noAuth = true;
             continue;
         }
+        options.help = options.help || name == "--help";
+        options.version = options.version || name == "--version";
+        if (options.help || options.version)
+            return true;
         if (i + 1 >= argc) {
-            error = name == "--help" ? "" : "missing value of " + name;
+            error = "missing value of " + name;
             return false;
         }
         const char* value = argv[++i];
@@ -72,11 +80,19 @@ bool parseOptions(int argc, char** argv, Options& options, std::string& error) {
     return true;
 }
 
-bool loadConfiguration(const Options& options, std::string& error) {
+bool loadConfiguration(Options& options, std::string& error) {
     if (!options.config.empty() && !velm::AppProperties::load(options.config.c_str())) {
         error = "cannot read configuration " + options.config;
         return false;
     }
+    int maxContacts = static_cast<int>(options.server.policy.maxContacts);
+    if (const char* text = velm::AppProperties::get("Registrar", "MaxContacts")) {
+        if (!readCount(text, 1, 1000, maxContacts)) {
+            error = std::string("invalid [Registrar] MaxContacts: ") + text;
+            return false;
+        }
+    }
+    options.server.policy.maxContacts = static_cast<size_t>(maxContacts);
     if (const char* socket = velm::AppProperties::get("Embedded", "SocketDirectory")) {
         setenv("PGHOST", socket, 1);
         if (const char* port = velm::AppProperties::get("Embedded", "Port"))

@@ -15,16 +15,21 @@ struct Options {
     std::string config;
     // --no-auth: REGISTER is applied without credentials (load tests only).
     bool noAuth = false;
+    // --help or --version: print it and exit.
+    bool help = false;
+    bool version = false;
 };
 
-// Reads the command line; false with the reason in `error` (empty for
-// --help).
+// Reads the command line; false with the reason in `error`.
 bool parseOptions(int argc, char** argv, Options& options, std::string& error);
 extern const char USAGE[];
+// "velm-registrar <version>" and a line end.
+extern const char VERSION[];
 
 // Loads the configuration file when one was named and, for a private server
-// of velmctl, points libpq at its socket ([Embedded] SocketDirectory, Port).
-bool loadConfiguration(const Options& options, std::string& error);
+// of velmctl, points libpq at its socket ([Embedded] SocketDirectory, Port);
+// reads [Registrar] MaxContacts.
+bool loadConfiguration(Options& options, std::string& error);
 
 } // namespace registrar
 

@@ -3,6 +3,8 @@
 
 #include "SipRequest.h"
 
+#include <strings.h>
+
 #include <cctype>
 
 namespace registrar {
@@ -62,6 +64,9 @@ bool readRegister(const SipRequest& request, const ExpiryPolicy& policy, Registe
             registration.wildcard = true;
             continue;
         }
+        const char* scheme = contact->url->scheme;
+        if (scheme == nullptr || (strcasecmp(scheme, "sip") != 0 && strcasecmp(scheme, "sips") != 0))
+            return reject(rejection, "Contact is not a sip: or sips: URI");
         ContactBinding binding;
         binding.uri = osipText(osip_uri_to_str, contact->url);
         binding.header = osipText(osip_contact_to_str, contact);

@@ -11,11 +11,13 @@ namespace registrar {
 
 class SipRequest;
 
-// Expiration limits of the registrar, in seconds.
+// Limits of the registrar: expiration in seconds, and the bindings one
+// address of record may have ([Registrar] MaxContacts).
 struct ExpiryPolicy {
     long minimum = 60;
     long maximum = 86400;
     long fallback = 3600;
+    size_t maxContacts = 10;
 };
 
 // One Contact of a REGISTER, with its expiration settled: the contact's own
@@ -36,7 +38,7 @@ struct RegisterRequest {
 };
 
 // Reads the Contacts of a REGISTER. False, with the answer in `rejection`,
-// when the request is malformed (400) or asks for a binding shorter than the
+// when the request is malformed (400; a Contact must be a sip: or sips: URI) or asks for a binding shorter than the
 // minimum (423 with Min-Expires).
 bool readRegister(const SipRequest& request, const ExpiryPolicy& policy, RegisterRequest& registration,
                   SipResponse& rejection);

@@ -65,13 +65,22 @@ SipResponse Registrar::handle(const SipRequest& request) {
     }
 
     // Every binding is checked before the first is changed, so that a stale
-    // request changes nothing.
+    // request, or one that would bind too many contacts, changes nothing.
     std::vector<Change> changes;
+    size_t bound = stored.size();
     for (const ContactBinding& binding : registration.contacts) {
         const velm::ContactRecord* match = findStored(binding, stored);
         if (match != nullptr && match->callId() == request.callId() && match->cseq() >= request.cseq())
             return SipResponse::badRequest("CSeq " + std::to_string(request.cseq()) + " is not newer than the binding's");
         changes.push_back(Change{binding, match});
+        if (match == nullptr && binding.expires != 0)
+            ++bound;
+        else if (match != nullptr && binding.expires == 0)
+            --bound;
+    }
+    if (bound > m_policy.maxContacts) {
+        m_trace.prn("key %d would have %zu bindings, more than %zu", key, bound, m_policy.maxContacts);
+        return SipResponse(403, "Too Many Contacts");
     }
     for (const Change& change : changes) {
         result = apply(key, request, change, now);

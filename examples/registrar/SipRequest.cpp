@@ -3,6 +3,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,6 +14,28 @@ namespace {
 
 std::string text(const char* value) {
     return value != nullptr ? std::string(value) : std::string();
+}
+
+// The value of parameter `name` in `params`, empty when absent.
+std::string parameter(osip_list_t* params, const char* name) {
+    std::string value;
+    osipParameter(params, name, value);
+    return value;
+}
+
+const char MAGIC_COOKIE[] = "z9hG4bK";
+
+// The length of the UTF-8 sequence that `lead` starts (1 to 4), or 0.
+int sequenceLength(unsigned char lead) {
+    if (lead < 0x80)
+        return 1;
+    if (lead >= 0xC2 && lead <= 0xDF)
+        return 2;
+    if (lead >= 0xE0 && lead <= 0xEF)
+        return 3;
+    if (lead >= 0xF0 && lead <= 0xF4)
+        return 4;
+    return 0;
 }
 
 } // namespace
@@ -128,6 +151,74 @@ std::vector<std::string> SipRequest::responseHeaders(const std::string& toTag) c
     lines.push_back("Call-ID: " + callId());
     lines.push_back("CSeq: " + osipText(osip_cseq_to_str, m_message->cseq));
     return lines;
+}
+
+std::string SipRequest::transactionKey(const std::string& method) const {
+    osip_via_t* via = nullptr;
+    osip_message_get_via(m_message, 0, &via);
+    const std::string branch = parameter(&via->via_params, "branch");
+    const std::string sentBy = text(via->host) + ":" + text(via->port);
+    if (branch.compare(0, sizeof MAGIC_COOKIE - 1, MAGIC_COOKIE) == 0)
+        return branch + '\n' + sentBy + '\n' + method;
+    const std::string toTag = this->method() == "ACK" ? std::string() : parameter(&m_message->to->gen_params, "tag");
+    return requestUri() + '\n' + toTag + '\n' + parameter(&m_message->from->gen_params, "tag") + '\n' + callId() +
+           '\n' + text(m_message->cseq->number) + '\n' + method + '\n' + osipText(osip_via_to_str, via);
+}
+
+void SipRequest::setReceived(const std::string& address, int port) {
+    osip_via_t* via = nullptr;
+    osip_message_get_via(m_message, 0, &via);
+    osip_generic_param_t* rport = nullptr;
+    char rportName[] = "rport";
+    const bool symmetric = osip_via_param_get_byname(via, rportName, &rport) == 0 && rport != nullptr;
+    if (symmetric) {
+        osip_free(rport->gvalue);
+        rport->gvalue = osip_strdup(std::to_string(port).c_str());
+    }
+    std::string received;
+    if ((symmetric || address != text(via->host)) && !osipParameter(&via->via_params, "received", received))
+        osip_via_set_received(via, osip_strdup(address.c_str()));
+}
+
+std::vector<std::string> SipRequest::required() const {
+    std::vector<std::string> tags;
+    osip_header_t* header = nullptr;
+    for (int position = 0; osip_message_get_require(m_message, position, &header) >= 0; ++position) {
+        const std::string value = text(header->hvalue);
+        size_t start = 0;
+        while (start < value.size()) {
+            size_t end = value.find(',', start);
+            if (end == std::string::npos)
+                end = value.size();
+            const size_t first = value.find_first_not_of(" \t", start);
+            const size_t last = value.find_last_not_of(" \t", end - 1);
+            if (first < end && last != std::string::npos && last >= first)
+                tags.push_back(value.substr(first, last - first + 1));
+            start = end + 1;
+        }
+    }
+    return tags;
+}
+
+bool headIsUtf8(const char* text, size_t length) {
+    const char blank[] = "\r\n\r\n";
+    const size_t end = static_cast<size_t>(std::search(text, text + length, blank, blank + 4) - text);
+    for (size_t i = 0; i < end;) {
+        const unsigned char lead = static_cast<unsigned char>(text[i]);
+        const int size = sequenceLength(lead);
+        if (size == 0 || i + static_cast<size_t>(size) > end)
+            return false;
+        for (int k = 1; k < size; ++k)
+            if ((static_cast<unsigned char>(text[i + k]) & 0xC0) != 0x80)
+                return false;
+        // Overlong three- and four-byte forms, surrogates, beyond U+10FFFF.
+        const unsigned char second = static_cast<unsigned char>(size > 1 ? text[i + 1] : 0);
+        if ((lead == 0xE0 && second < 0xA0) || (lead == 0xED && second > 0x9F) || (lead == 0xF0 && second < 0x90) ||
+            (lead == 0xF4 && second > 0x8F))
+            return false;
+        i += static_cast<size_t>(size);
+    }
+    return true;
 }
 
 bool osipParameter(osip_list_t* params, const char* name, std::string& value) {

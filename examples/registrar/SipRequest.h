@@ -48,10 +48,25 @@ public:
     // line end: the Vias in order, From, To (with `toTag` added when the
     // request has none), Call-ID and CSeq.
     std::vector<std::string> responseHeaders(const std::string& toTag) const;
+    // The key of the server transaction this request belongs to, as a request
+    // of `method` (ACK and CANCEL look up their INVITE's): the top Via's
+    // branch, sent-by and the method; for a branch from before RFC 3261, the
+    // Request-URI, the From and To tags, Call-ID, CSeq and the top Via. An
+    // ACK leaves its To tag out, as the INVITE it acknowledges had none.
+    std::string transactionKey(const std::string& method) const;
+    // Records in the top Via where the request came from: received (when it
+    // is not the sent-by host, or rport asks) and the rport value.
+    void setReceived(const std::string& address, int port);
+    // The option tags of every Require header.
+    std::vector<std::string> required() const;
 
 private:
     osip_message_t* m_message;
 };
+
+// Whether the start line and headers of `text` (up to the first empty line)
+// are valid UTF-8.
+bool headIsUtf8(const char* text, size_t length);
 
 // The text of a parsed header element (libosip2's *_to_str), or empty.
 template <class Element>

@@ -1,4 +1,4 @@
-// The UDP socket and the worker threads that read requests and answer them.
+// The UDP socket and the worker threads that read requests and answer them; TCP starts beside it.
 #include "SipServer.h"
 
 #include "LocationService.h"
@@ -18,7 +18,16 @@
 
 namespace registrar {
 
-SipServer::SipServer(const ServerSettings& settings) : m_settings(settings), m_trace("Registrar") {}
+namespace {
+
+// Enough for every retransmission of 32 s at thousands of requests a second.
+const size_t TRANSACTIONS = 100000;
+
+} // namespace
+
+SipServer::SipServer(const ServerSettings& settings)
+    : m_settings(settings), m_transactions(TRANSACTIONS), m_tcp(m_transactions, settings.policy, settings.authenticator),
+      m_trace("Registrar") {}
 
 SipServer::~SipServer() {
     stop();
@@ -42,15 +51,17 @@ bool SipServer::open(std::string& error) {
     socklen_t length = sizeof local;
     getsockname(m_socket, reinterpret_cast<sockaddr*>(&local), &length);
     m_port = ntohs(local.sin_port);
-    return true;
+    return m_tcp.open(local, error);
 }
 
 void SipServer::start() {
     for (int i = 0; i < m_settings.threads; ++i)
         m_workers.emplace_back(&SipServer::work, this);
+    m_tcp.start();
 }
 
 void SipServer::stop() {
+    m_tcp.stop();
     if (m_wake[1] >= 0) {
         // Never read: every worker's poll sees it.
         char byte = 0;
@@ -73,8 +84,8 @@ void SipServer::work() {
         m_trace.log("worker without a location service: it answers nothing");
         return;
     }
-    RequestHandler handler(*service, m_settings.policy, m_settings.authenticator);
-    std::vector<char> buffer(65536);
+    RequestHandler handler(*service, m_settings.policy, m_transactions, m_settings.authenticator);
+    std::vector<char> buffer(MAX_MESSAGE);
     pollfd watched[2] = {{m_socket, POLLIN, 0}, {m_wake[0], POLLIN, 0}};
     for (;;) {
         if (poll(watched, 2, -1) < 0) {
@@ -87,13 +98,22 @@ void SipServer::work() {
             return;
         sockaddr_in peer{};
         socklen_t peerLength = sizeof peer;
-        ssize_t received = recvfrom(m_socket, buffer.data(), buffer.size() - 1, MSG_DONTWAIT,
+        // MSG_TRUNC: the datagram's whole length, even beyond the buffer.
+        ssize_t received = recvfrom(m_socket, buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_TRUNC,
                                     reinterpret_cast<sockaddr*>(&peer), &peerLength);
         // Another worker took the datagram.
         if (received <= 0)
             continue;
+        char address[INET_ADDRSTRLEN] = "";
+        inet_ntop(AF_INET, &peer.sin_addr, address, sizeof address);
+        const Origin origin{address, ntohs(peer.sin_port), false};
+        if (static_cast<size_t>(received) > buffer.size()) {
+            m_trace.prn("refused a datagram of %zd bytes from %s:%d: more than %zu", received, address, origin.port,
+                        buffer.size());
+            continue;
+        }
         // The answer goes back where the request came from, as with rport.
-        std::string reply = handler.handle(buffer.data(), static_cast<size_t>(received));
+        std::string reply = handler.handle(buffer.data(), static_cast<size_t>(received), origin);
         if (!reply.empty() &&
             sendto(m_socket, reply.data(), reply.size(), 0, reinterpret_cast<sockaddr*>(&peer), peerLength) < 0)
             m_trace.log("cannot answer: %s", std::strerror(errno));

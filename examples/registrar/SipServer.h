@@ -1,8 +1,10 @@
-// SipServer and ServerSettings: velm-registrar's UDP transport.
+// SipServer and ServerSettings: velm-registrar's UDP transport, with TCP beside it.
 #ifndef VELM_REGISTRAR_SIPSERVER_H
 #define VELM_REGISTRAR_SIPSERVER_H
 
 #include "RegisterRequest.h"
+#include "ServerTransactions.h"
+#include "TcpServer.h"
 #include "Trace.h"
 
 #include <string>
@@ -24,7 +26,9 @@ struct ServerSettings {
 };
 
 // The UDP transport: one socket that every worker thread reads from and
-// answers on. Each worker takes its own LocationService from the pool.
+// answers on, and the TCP transport on the same address and port. Each
+// worker takes its own LocationService from the pool; all share the server
+// transactions.
 class SipServer {
 public:
     explicit SipServer(const ServerSettings& settings);
@@ -32,18 +36,20 @@ public:
     SipServer(const SipServer&) = delete;
     SipServer& operator=(const SipServer&) = delete;
 
-    // Binds the socket; false with the reason in `error`.
+    // Binds both sockets; false with the reason in `error`.
     bool open(std::string& error);
     // The bound port, once open.
     int port() const { return m_port; }
     void start();
-    // Wakes every worker, waits for them and closes the socket.
+    // Wakes every worker, waits for them and closes the sockets.
     void stop();
 
 private:
     void work();
 
     ServerSettings m_settings;
+    ServerTransactions m_transactions;
+    TcpServer m_tcp;
     int m_socket = -1;
     int m_wake[2] = {-1, -1};
     int m_port = 0;

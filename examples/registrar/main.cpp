@@ -1,6 +1,6 @@
 // velm-registrar: an example SIP registrar and redirect server on velmdb.
 // REGISTER binds contacts; INVITE, MESSAGE and OPTIONS to a user are answered
-// with 302 and the user's contacts. UDP only; REGISTER needs digest
+// with 302 and the user's contacts. UDP and TCP; REGISTER needs digest
 // credentials unless configured otherwise.
 #include "Console.h"
 #include "DigestAuthenticator.h"
@@ -38,7 +38,12 @@ int main(int argc, char** argv) {
     registrar::Options options;
     registrar::DigestSettings digest;
     std::string error;
-    if (!registrar::parseOptions(argc, argv, options, error) || !registrar::loadConfiguration(options, error) ||
+    const bool parsed = registrar::parseOptions(argc, argv, options, error);
+    if (parsed && (options.help || options.version)) {
+        std::fputs(options.help ? registrar::USAGE : registrar::VERSION, stdout);
+        return 0;
+    }
+    if (!parsed || !registrar::loadConfiguration(options, error) ||
         !registrar::readDigestSettings(options.noAuth, digest, error)) {
         if (!error.empty())
             std::fprintf(stderr, "velm-registrar: %s\n", error.c_str());
@@ -94,7 +99,7 @@ int main(int argc, char** argv) {
         return 1;
     }
     server.start();
-    std::printf("velm-registrar listening on %s:%d (udp) with %d threads\n", options.server.address.c_str(),
+    std::printf("velm-registrar listening on %s:%d (udp, tcp) with %d threads\n", options.server.address.c_str(),
                 server.port(), options.server.threads);
     std::fflush(stdout);
     trace.log("listening on %s:%d with %d threads", options.server.address.c_str(), server.port(),
