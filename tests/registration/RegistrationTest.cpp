@@ -6,7 +6,9 @@
 #include "LocationService.h"
 #include "Provisioning.h"
 #include "QueryResultPtr.h"
+#include "PrefixMaps.h"
 #include "Registrations.h"
+#include "StandbyPair.h"
 #include "TestConfiguration.h"
 #include "TestServer.h"
 #include "TraceCapture.h"
@@ -375,10 +377,10 @@ INSTANTIATE_TEST_SUITE_P(Operations, RegistrationForms, testing::ValuesIn(runs()
                          });
 
 const int THREADS = 16, SETS = 4;
-const auto CHURN = std::chrono::seconds(8), RESTART_AFTER = std::chrono::seconds(3);
+const auto CHURN = std::chrono::seconds(8), FAULT_AFTER = std::chrono::seconds(3);
 const char* const TWO_ACTIVE = "SELECT csid FROM contact WHERE qvalue = '0.800000' GROUP BY csid HAVING count(*) > 1";
 
-// A session of the test's own on the scratch server, opened again after it is lost in the restart.
+// A session of the test's own, opened again after it is lost in a restart or a failover.
 struct Observer {
     explicit Observer(const std::string& conninfo) : conn(PQconnectdb(conninfo.c_str())) {}
     ~Observer() { PQfinish(conn); }
@@ -394,8 +396,99 @@ struct Observer {
     PGconn* conn;
 };
 
-// One contact's fate as its registrar was told it.
-struct Outcome { std::string address; bool registered = false, refreshed = false, unregistered = false; };
+// One contact's fate as its registrar was told it; `removing` when its unregistration was tried.
+struct Outcome { std::string address; bool registered = false, refreshed = false, removing = false, unregistered = false; };
+
+// Sixteen registrars on four shared sets, each registering, refreshing and, every other round, unregistering a contact
+// of its own until the churn stops, then once more after it; a sampler meanwhile counts sets with two active contacts.
+struct Churn {
+    Churn(velmtest::AdminConnection& admin, const std::string& location, const std::string& samplerInfo) {
+        velmtest::Provisioning provisioning(admin);
+        for (int set = 1; set <= SETS; ++set) { // an address's key is its set's number
+            provisioning.subscriber(set);
+            provisioning.contactSet(set, set);
+            provisioning.publicAddress(set, "u" + std::to_string(set), "example.com", set, true);
+        }
+        for (int id = 0; id < THREADS; ++id)
+            threads.emplace_back([this, id, location] { registrar(id, location); });
+        sampler = std::thread([this, samplerInfo] {
+            Observer observer{samplerInfo};
+            for (; churning; ++samples, std::this_thread::sleep_for(std::chrono::milliseconds(5)))
+                twoActiveSeen += observer.rows(TWO_ACTIVE);
+        });
+    }
+    void registrar(int id, const std::string& location) {
+        const int key = id % SETS + 1;
+        LocationService service;
+        ASSERT_TRUE(service.connect(location.c_str(), "velm", "").okay());
+        auto step = [&](Op op, const ContactRecord& contact) {
+            Outputs out;
+            return call(op, Steps, [contact] { return only(contact); })(service, key, out).okay();
+        };
+        for (int round = 0; round < 400 && churning; ++round) {
+            Outcome o;
+            o.address = "sip:r" + std::to_string(id) + "_" + std::to_string(round) + "@192.0.2.20";
+            ContactRecord contact = velmtest::contact(o.address);
+            o.registered = step(Register, contact);
+            contact.setCseq(2);
+            o.refreshed = o.registered && step(Refresh, contact);
+            o.removing = o.registered && round % 2 == 0;
+            o.unregistered = o.removing && step(Unregister, contact);
+            if (!o.registered) // a registrar whose server is away does not spin
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            outcomes[id].push_back(o);
+        }
+        while (!calm)
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        ContactRecord last = velmtest::contact("sip:r" + std::to_string(id) + "_final@192.0.2.20");
+        worksAgain += step(Register, last) && step(Unregister, last);
+    }
+    // Ends the churn at `end`; the registrars' last round waits for settle(), once the faults are over.
+    void stop(std::chrono::steady_clock::time_point end) {
+        std::this_thread::sleep_until(end);
+        churning = false;
+        sampler.join();
+    }
+    void settle() {
+        calm = true;
+        for (auto& thread : threads)
+            thread.join();
+    }
+    // What the database holds is what each registrar was told: exactly when a failed step is known to have changed
+    // nothing, and otherwise (a reply lost with a primary that had committed) as far as steps were acknowledged.
+    void expectHeldBy(velmtest::AdminConnection& after, bool failuresChangedNothing) {
+        EXPECT_GT(samples, 100);
+        EXPECT_EQ(0, twoActiveSeen);
+        EXPECT_EQ(THREADS, worksAgain);
+        EXPECT_TRUE(after.query(TWO_ACTIVE).empty());
+        int acknowledged = 0, failed = 0;
+        for (const auto& told : outcomes)
+            for (const Outcome& o : told) {
+                acknowledged += o.registered;
+                failed += !o.registered || !o.refreshed;
+                const velmtest::Rows rows = after.query("SELECT cseq FROM contact WHERE address = '" + o.address + "'");
+                // A failed registration, refresh (the CSeq stays 1) or removal changes nothing; after a failover
+                // it may have committed before its reply was lost with the primary.
+                if (failuresChangedNothing) {
+                    EXPECT_EQ(o.registered && !o.unregistered ? velmtest::Rows{{o.refreshed ? "2" : "1"}}
+                                                              : velmtest::Rows{}, rows) << o.address;
+                } else if (o.unregistered) {
+                    EXPECT_EQ(velmtest::Rows{}, rows) << o.address;
+                } else if (o.registered && !o.removing) {
+                    EXPECT_TRUE(rows.size() == 1 && (!o.refreshed || rows[0][0] == "2")) << o.address;
+                }
+            }
+        EXPECT_GT(acknowledged, 100);
+        EXPECT_GT(failed, 0);
+    }
+
+    const std::chrono::steady_clock::time_point start = std::chrono::steady_clock::now();
+    std::atomic<bool> churning{true}, calm{false};
+    std::atomic<int> samples{0}, twoActiveSeen{0}, worksAgain{0};
+    std::vector<std::vector<Outcome>> outcomes{THREADS};
+    std::vector<std::thread> threads;
+    std::thread sampler;
+};
 
 } // namespace
 
@@ -420,89 +513,52 @@ TEST_F(Registration, ALostConnectionAfterTheSetIsLockedTakesTheRollbackLadder) {
     EXPECT_EQ(activeA, snapshot());
 }
 
-// Sixteen registrars on four shared sets while their sessions are killed and the server restarts: what each was told
-// is what the database holds, and no set shows two active contacts, also while registrars race between the faults.
+// The churn while its sessions are killed and the server restarts: a failed step changes nothing.
 TEST(RegistrationUnderFaults, KilledSessionsAndARestartLoseNothingAndNeverShowTwoActiveContacts) {
     velmtest::resetProperties();
     velmtest::ScratchServer scratch(true);
     velmtest::AdminConnection admin("velm_template", scratch.port());
-    velmtest::Provisioning provisioning(admin);
-    for (int set = 1; set <= SETS; ++set) { // an address's key is its set's number
-        provisioning.subscriber(set);
-        provisioning.contactSet(set, set);
-        provisioning.publicAddress(set, "u" + std::to_string(set), "example.com", set, true);
-    }
-    std::atomic<bool> churning{true}, calm{false};
-    std::atomic<int> kills{0}, samples{0}, twoActiveSeen{0}, worksAgain{0};
-    std::vector<std::vector<Outcome>> outcomes(THREADS);
-    std::vector<std::thread> threads;
-    for (int id = 0; id < THREADS; ++id)
-        threads.emplace_back([&, id] {
-            const int key = id % SETS + 1;
-            LocationService service;
-            ASSERT_TRUE(service.connect(scratch.database().c_str(), "velm", "").okay());
-            auto step = [&](Op op, const ContactRecord& contact) {
-                Outputs out;
-                return call(op, Steps, [contact] { return only(contact); })(service, key, out).okay();
-            };
-            // Register, refresh and, every other round, unregister a contact of its own.
-            for (int round = 0; round < 400 && churning; ++round) {
-                Outcome o;
-                o.address = "sip:r" + std::to_string(id) + "_" + std::to_string(round) + "@192.0.2.20";
-                ContactRecord contact = velmtest::contact(o.address);
-                o.registered = step(Register, contact);
-                contact.setCseq(2);
-                o.refreshed = o.registered && step(Refresh, contact);
-                o.unregistered = o.registered && round % 2 == 0 && step(Unregister, contact);
-                if (!o.registered) // a registrar whose server is away does not spin
-                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-                outcomes[id].push_back(o);
-            }
-            while (!calm)
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            ContactRecord last = velmtest::contact("sip:r" + std::to_string(id) + "_final@192.0.2.20");
-            worksAgain += step(Register, last) && step(Unregister, last);
-        });
     const std::string conninfo = "host=" + velmtest::server().host + " port=" + scratch.port() +
                                  " user=velm dbname=velm_template application_name=";
+    Churn churn(admin, scratch.database(), conninfo + "sampler");
+    std::atomic<int> kills{0};
     std::thread killer([&] {
         Observer observer{conninfo + "killer"};
-        for (; churning; std::this_thread::sleep_for(std::chrono::milliseconds(50)))
+        for (; churn.churning; std::this_thread::sleep_for(std::chrono::milliseconds(50)))
             kills += observer.rows("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = "
                                    "'velm_template' AND application_name = '' AND backend_type = 'client backend' "
                                    "ORDER BY random() LIMIT 1");
     });
-    std::thread sampler([&] {
-        Observer observer{conninfo + "sampler"};
-        for (; churning; ++samples, std::this_thread::sleep_for(std::chrono::milliseconds(5)))
-            twoActiveSeen += observer.rows(TWO_ACTIVE);
-    });
-    const auto start = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(RESTART_AFTER);
+    std::this_thread::sleep_until(churn.start + FAULT_AFTER);
     scratch.restart();
-    std::this_thread::sleep_until(start + CHURN);
-    churning = false;
+    churn.stop(churn.start + CHURN);
     killer.join();
-    sampler.join();
-    calm = true;
-    for (auto& thread : threads)
-        thread.join();
-
+    churn.settle();
     EXPECT_GT(kills, 50);
-    EXPECT_GT(samples, 100);
-    EXPECT_EQ(0, twoActiveSeen);
-    EXPECT_EQ(THREADS, worksAgain);
     velmtest::AdminConnection after("velm_template", scratch.port());
-    EXPECT_TRUE(after.query(TWO_ACTIVE).empty());
-    int acknowledged = 0, failed = 0;
-    for (const auto& told : outcomes)
-        for (const Outcome& o : told) {
-            // A failed registration, refresh (the CSeq stays 1) or removal changes nothing.
-            acknowledged += o.registered;
-            failed += !o.registered || !o.refreshed;
-            EXPECT_EQ(o.registered && !o.unregistered ? velmtest::Rows{{o.refreshed ? "2" : "1"}} : velmtest::Rows{},
-                      after.query("SELECT cseq FROM contact WHERE address = '" + o.address + "'")) << o.address;
-        }
-    EXPECT_GT(acknowledged, 100);
-    EXPECT_GT(failed, 0);
+    churn.expectHeldBy(after, true);
+}
+
+// The churn through a location naming a primary and its synchronous standby while the primary dies and the standby
+// is promoted: nothing acknowledged is lost, every registrar works again, and the digit-prefix tree is built again
+// from the new primary, with a row written there.
+TEST(RegistrationUnderFaults, APromotedStandbyKeepsWhatWasAcknowledgedAndEveryRegistrarWorksAgain) {
+    velmtest::resetProperties();
+    velmtest::StandbyPair pair;
+    velmtest::AdminConnection admin("velm", pair.primaryPort());
+    Churn churn(admin, pair.location(), pair.conninfo() + " application_name=sampler");
+    admin.exec("INSERT INTO prefix_map (prefix, csid) VALUES ('555', 1)"); // the churn provisioned set 1
+    std::this_thread::sleep_until(churn.start + FAULT_AFTER);
+    pair.fail();
+    churn.stop(churn.start + CHURN);
+    churn.settle();
+    velmtest::AdminConnection after("velm", pair.standbyPort());
+    after.exec("INSERT INTO prefix_map (prefix, csid) VALUES ('666', 2)");
+    LocationService service;
+    ASSERT_TRUE(service.connect(pair.location().c_str(), "velm", "").okay());
+    ASSERT_TRUE(service.recreatePrefixMap().okay());
+    EXPECT_EQ(1, velmtest::prefixCsid(service, "5551"));
+    EXPECT_EQ(2, velmtest::prefixCsid(service, "6661"));
+    service.destroyPrefixmap();
+    churn.expectHeldBy(after, false);
 }
