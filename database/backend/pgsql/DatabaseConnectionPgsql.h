@@ -14,10 +14,11 @@ namespace velm {
 
 // A PostgreSQL connection over libpq. execute() resets the connection after a
 // fatal error, whatever its cause (a lost server, or a write refused by one
-// that became read-only, SQLSTATE 25006), and runs the statement once more unless the
-// session was inside a transaction block: that transaction is gone with the
-// old session, so the failure is the caller's (a failed result, or false when
-// no result came back at all).
+// that became read-only, SQLSTATE 25006, so that a read-write location moves
+// on to the primary), and runs the statement once more unless the session
+// was inside a transaction block: that transaction is gone with the old
+// session, so the failure is the caller's (a failed result, or false when no
+// result came back at all).
 //
 // With [Database] PreparedStatements=true (read at connect) single statements
 // run prepared by shape (see PreparedStatements); the text as written is
