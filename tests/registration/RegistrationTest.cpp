@@ -552,11 +552,9 @@ TEST(RegistrationUnderFaults, KilledSessionsAndARestartLoseNothingAndNeverShowTw
 TEST(RegistrationUnderFaults, APromotedStandbyKeepsWhatWasAcknowledgedAndEveryRegistrarWorksAgain) {
     velmtest::resetProperties();
     StandbyPair pair;
-    std::string socket;
-    for (char c : velmtest::server().host)
-        socket += c == '/' ? std::string("%2F") : std::string(1, c);
-    const std::string location = "postgresql://" + socket + ":" + pair.port + "," + socket + ":" + pair.standbyPort +
-                                 "/velm?target_session_attrs=read-write";
+    const std::string socket = velmtest::server().host;
+    const std::string location = "host=" + socket + "," + socket + " port=" + pair.port + "," + pair.standbyPort +
+                                 " dbname=velm target_session_attrs=read-write";
     churn("velm", pair.port, pair.standbyPort, location, [&](const std::atomic<bool>&) { // set 1 is provisioned now
         velmtest::AdminConnection("velm", pair.port).exec("INSERT INTO prefix_map (prefix, csid) VALUES ('555', 1)");
         std::this_thread::sleep_for(FAULT_AFTER);
