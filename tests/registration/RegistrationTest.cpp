@@ -488,7 +488,8 @@ void churn(const std::string& database, const std::string& port, const std::stri
 }
 
 // A primary and its synchronous standby of the test's own, the schema in database velm, sockets in the run's socket
-// directory (scripts/pg-failover-pair); both stop, and their files go, on destruction.
+// directory (scripts/pg-failover-pair); both stop, and their files go, on destruction. Their directory is in the run
+// server's, so that should the test be killed, its removal by the run's end makes them shut down too.
 struct StandbyPair {
     static bool script(const std::string& arguments) {
         return std::system(("VELM_PG_SOCKDIR=" + velmtest::server().host + " " VELM_PAIR_SCRIPT " " + arguments +
@@ -499,7 +500,7 @@ struct StandbyPair {
             throw std::runtime_error("cannot start a primary and its standby in " + dir);
     }
     ~StandbyPair() { EXPECT_TRUE(script("stop " + dir)); }
-    const std::string dir = "/tmp/velm-pair-" + std::to_string(getpid());
+    const std::string dir = velmtest::server().dir + "/pair-" + std::to_string(getpid());
     // A range of their own: scratch servers take 20000-59999.
     const std::string port = std::to_string(60000 + getpid() % 2700 * 2), standbyPort = std::to_string(std::stoi(port) + 1);
 };
