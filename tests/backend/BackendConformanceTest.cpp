@@ -23,6 +23,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 using velm::DatabaseConnection;
@@ -359,22 +360,60 @@ INSTANTIATE_TEST_SUITE_P(Backends, Conformance, testing::Values(pgsql, prepared(
                          [](const testing::TestParamInfo<Backend>& info) { return std::string(info.param.name); });
 
 // libpq's part: a postgresql:// URL gives host, port and database, a plain
-// name is the database.
+// name is the database. A URI with several hosts or parameters and a
+// keyword/value string reach libpq whole: the first host (port 1) is dead, so
+// only a kept host list connects, and only the user given apart overrides
+// the location's "nobody", who has no role.
 TEST(PgsqlConnect, DatabaseArgumentBecomesTheConnectionString) {
     TestDatabase db;
-    const std::string port = velmtest::server().port;
+    const std::string port = velmtest::server().port, socket = velmtest::server().host;
     const char* const forms[][3] = {
         {"postgresql://:{port}/{db}", "host=, db={db}, port={port}", "port={port} dbname={db} user=velm password=pw"},
         {"postgresql:///{db}", "host=, db={db}, port=", "dbname={db} user=velm password=pw"},
-        {"{db}", "host=, db={db}, port=", "dbname={db} user=velm password=pw"}};
+        {"{db}", "host=, db={db}, port=", "dbname={db} user=velm password=pw"},
+        {"postgresql://nobody@{sock}:1,{sock}:{port}/{db}?connect_timeout=2", "location for libpq: {location}, user=velm"},
+        {"host={socket},{socket} port=1,{port} user=nobody dbname={db}", "location for libpq: {location}, user=velm"}};
     for (const auto& form : forms) {
-        auto text = [&](int part) { return substitute(substitute(form[part], "{db}", db.name()), "{port}", port); };
+        auto text = [&](const char* pattern) {
+            std::string filled = substitute(pattern, "{location}", form[0]);
+            filled = substitute(substitute(filled, "{db}", db.name()), "{port}", port);
+            return substitute(substitute(filled, "{sock}", substitute(socket, "/", "%2F")), "{socket}", socket);
+        };
         TraceCapture capture({"DatabaseConnection"});
         Connection conn(DatabaseConnection::getConnection(), &DatabaseConnection::releaseConnection);
-        ASSERT_TRUE(conn->connect(text(0).c_str(), "velm", "pw")) << conn->getErrorMessage();
-        EXPECT_TRUE(capture.contains("DatabaseConnection", text(1))) << text(1);
-        EXPECT_TRUE(capture.contains("DatabaseConnection", text(2))) << text(2);
+        ASSERT_TRUE(conn->connect(text(form[0]).c_str(), "velm", "pw")) << conn->getErrorMessage();
+        for (const char* trace : {form[1], form[2]})
+            EXPECT_TRUE(trace == nullptr || capture.contains("DatabaseConnection", text(trace))) << text(trace);
     }
+}
+
+// Locations libpq refuses fail the connect with its reason, and so does a
+// read-write location whose only server is read-only; a session open before
+// that meets it at its next write (SQLSTATE 25006), whose reset is refused.
+TEST(PgsqlConnect, RefusedLocationsAndAReadOnlyServerFailWithLibpqsReason) {
+    TestDatabase db;
+    const std::string readWrite = "host=" + velmtest::server().host + " port=" + velmtest::server().port +
+                                  " dbname=" + db.name() + " target_session_attrs=read-write";
+    Connection open(DatabaseConnection::getConnection(), &DatabaseConnection::releaseConnection);
+    ASSERT_TRUE(open->connect(readWrite.c_str(), "velm", "")) << open->getErrorMessage();
+    db.admin().exec("ALTER DATABASE " + db.name() + " SET default_transaction_read_only = on");
+    const std::pair<std::string, const char*> refused[] = {
+        {"postgresql://a,b/velm?no_such_parameter=1", "invalid URI query parameter: \"no_such_parameter\""},
+        {"host=a,b port=1,2,3 dbname=velm", "could not match 3 port numbers to 2 hosts"},
+        {readWrite, "session is read-only"}};
+    for (const auto& [location, reason] : refused) {
+        Connection conn(DatabaseConnection::getConnection(), &DatabaseConnection::releaseConnection);
+        EXPECT_FALSE(conn->connect(location.c_str(), "velm", ""));
+        EXPECT_TRUE(contains(conn->getErrorMessage(), reason)) << conn->getErrorMessage();
+    }
+    TraceCapture capture({"DatabaseConnection"});
+    QueryResultPtr result;
+    ASSERT_TRUE(open->execute("SET default_transaction_read_only = on", result));
+    EXPECT_FALSE(open->execute("CREATE TABLE written (id int)", result));
+    EXPECT_EQ("25006", result.getSqlState());
+    EXPECT_EQ("fatal query error, connection reset failed", open->getErrorMessage());
+    EXPECT_TRUE(capture.contains("DatabaseConnection", "fatal error, retrying after: PGRES_FATAL_ERROR"));
+    EXPECT_FALSE(open->active());
 }
 
 // Results follow [SipServer] DatabaseType (here with whether it asks for ODBC),

@@ -4,6 +4,7 @@
 #include "ContactRecord.h"
 #include "DatabaseCommandExecutor.h"
 #include "LocationService.h"
+#include "PrefixMaps.h"
 #include "Provisioning.h"
 #include "QueryResultPtr.h"
 #include "Registrations.h"
@@ -21,7 +22,9 @@
 #include <ctime>
 #include <functional>
 #include <map>
+#include <stdexcept>
 #include <thread>
+#include <unistd.h>
 
 using velm::ContactRecord;
 using velm::DatabaseResult;
@@ -375,12 +378,17 @@ INSTANTIATE_TEST_SUITE_P(Operations, RegistrationForms, testing::ValuesIn(runs()
                          });
 
 const int THREADS = 16, SETS = 4;
-const auto CHURN = std::chrono::seconds(8), RESTART_AFTER = std::chrono::seconds(3);
+const auto CHURN = std::chrono::seconds(8), FAULT_AFTER = std::chrono::seconds(3);
 const char* const TWO_ACTIVE = "SELECT csid FROM contact WHERE qvalue = '0.800000' GROUP BY csid HAVING count(*) > 1";
 
-// A session of the test's own on the scratch server, opened again after it is lost in the restart.
+// A session of the test's own at `location` (as the library takes it), opened again after it is lost in a restart or
+// a failover.
 struct Observer {
-    explicit Observer(const std::string& conninfo) : conn(PQconnectdb(conninfo.c_str())) {}
+    Observer(const std::string& location, const char* name) {
+        const char* const keywords[] = {"dbname", "user", "application_name", nullptr};
+        const char* const values[] = {location.c_str(), "velm", name, nullptr};
+        conn = PQconnectdbParams(keywords, values, 1);
+    }
     ~Observer() { PQfinish(conn); }
     // The number of rows, none while the server is away.
     int rows(const std::string& sql) {
@@ -394,8 +402,108 @@ struct Observer {
     PGconn* conn;
 };
 
-// One contact's fate as its registrar was told it.
-struct Outcome { std::string address; bool registered = false, refreshed = false, unregistered = false; };
+// One contact's fate as its registrar was told it; `removing` when its unregistration was tried.
+struct Outcome { std::string address; bool registered = false, refreshed = false, removing = false, unregistered = false; };
+
+// Sixteen registrars on four shared sets of `database` register, refresh and, every other round, unregister contacts
+// of their own through `location` while `fault` runs (until `churning` ends), then once more; a sampler counts sets
+// with two active contacts meanwhile. The server on `afterPort` then holds what each was told: exactly when a failed
+// step changes nothing, else (a COMMIT whose reply was lost with its primary) as far as steps were acknowledged.
+void churn(const std::string& database, const std::string& port, const std::string& afterPort,
+           const std::string& location, const std::function<void(const std::atomic<bool>&)>& fault, bool exactly) {
+    velmtest::AdminConnection admin(database, port);
+    velmtest::Provisioning provisioning(admin);
+    for (int set = 1; set <= SETS; ++set) { // an address's key is its set's number
+        provisioning.subscriber(set);
+        provisioning.contactSet(set, set);
+        provisioning.publicAddress(set, "u" + std::to_string(set), "example.com", set, true);
+    }
+    std::atomic<bool> churning{true}, calm{false};
+    std::atomic<int> samples{0}, twoActiveSeen{0}, worksAgain{0};
+    std::vector<std::vector<Outcome>> outcomes(THREADS);
+    std::vector<std::thread> threads;
+    for (int id = 0; id < THREADS; ++id)
+        threads.emplace_back([&, id] {
+            const int key = id % SETS + 1;
+            LocationService service;
+            ASSERT_TRUE(service.connect(location.c_str(), "velm", "").okay());
+            auto step = [&](Op op, const ContactRecord& contact) {
+                Outputs out;
+                return call(op, Steps, [contact] { return only(contact); })(service, key, out).okay();
+            };
+            for (int round = 0; round < 400 && churning; ++round) {
+                Outcome o;
+                o.address = "sip:r" + std::to_string(id) + "_" + std::to_string(round) + "@192.0.2.20";
+                ContactRecord contact = velmtest::contact(o.address);
+                o.registered = step(Register, contact);
+                contact.setCseq(2);
+                o.refreshed = o.registered && step(Refresh, contact);
+                o.removing = o.registered && round % 2 == 0;
+                o.unregistered = o.removing && step(Unregister, contact);
+                if (!o.registered) // a registrar whose server is away does not spin
+                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
+                outcomes[id].push_back(o);
+            }
+            while (!calm)
+                std::this_thread::sleep_for(std::chrono::milliseconds(10));
+            ContactRecord last = velmtest::contact("sip:r" + std::to_string(id) + "_final@192.0.2.20");
+            worksAgain += step(Register, last) && step(Unregister, last);
+        });
+    std::thread faults([&] { fault(churning); });
+    std::thread sampler([&] {
+        Observer observer{location, "sampler"};
+        for (; churning; ++samples, std::this_thread::sleep_for(std::chrono::milliseconds(5)))
+            twoActiveSeen += observer.rows(TWO_ACTIVE);
+    });
+    std::this_thread::sleep_for(CHURN);
+    churning = false;
+    faults.join();
+    sampler.join();
+    calm = true;
+    for (auto& thread : threads)
+        thread.join();
+
+    EXPECT_GT(samples, 100);
+    EXPECT_EQ(0, twoActiveSeen);
+    EXPECT_EQ(THREADS, worksAgain);
+    velmtest::AdminConnection after(database, afterPort);
+    EXPECT_TRUE(after.query(TWO_ACTIVE).empty());
+    int acknowledged = 0, failed = 0;
+    for (const auto& told : outcomes)
+        for (const Outcome& o : told) {
+            // A failed registration, refresh (the CSeq stays 1) or removal changes nothing; after a failover only a
+            // kept contact, or a removed one, is known, and a refresh whose reply was lost may have committed.
+            acknowledged += o.registered;
+            failed += !o.registered || !o.refreshed;
+            const velmtest::Rows rows = after.query("SELECT cseq FROM contact WHERE address = '" + o.address + "'");
+            const velmtest::Rows told =
+                o.registered && !o.unregistered ? velmtest::Rows{{o.refreshed ? "2" : "1"}} : velmtest::Rows{};
+            const bool refreshLost = !exactly && o.registered && !o.refreshed && !o.unregistered;
+            if (exactly || o.unregistered || (o.registered && !o.removing)) {
+                EXPECT_TRUE(rows == told || (refreshLost && rows == velmtest::Rows{{"2"}})) << o.address;
+            }
+        }
+    EXPECT_GT(acknowledged, 100);
+    EXPECT_GT(failed, 0);
+}
+
+// A primary and its synchronous standby of the test's own, the schema in database velm, sockets in the run's socket
+// directory (scripts/pg-failover-pair); both stop, and their files go, on destruction. Their directory is in the run
+// server's, so that should the test be killed, its removal by the run's end makes them shut down too.
+struct StandbyPair {
+    static bool script(const std::string& arguments) {
+        return std::system(("VELM_PG_SOCKDIR=" + velmtest::server().host + " " VELM_PAIR_SCRIPT " " + arguments +
+                            " >/dev/null").c_str()) == 0;
+    }
+    StandbyPair() {
+        if (!script("start " + dir + " " + port + " " VELM_SCHEMA_FILE " sync"))
+            throw std::runtime_error("cannot start a primary and its standby in " + dir);
+    }
+    ~StandbyPair() { EXPECT_TRUE(script("stop " + dir)); }
+    const std::string dir = velmtest::server().dir + "/pair-" + std::to_string(getpid());
+    // A range of their own: scratch servers take 20000-59999.
+    const std::string port = std::to_string(60000 + getpid() % 2700 * 2), standbyPort = std::to_string(std::stoi(port) + 1);
+};
 
 } // namespace
 
@@ -420,89 +528,44 @@ TEST_F(Registration, ALostConnectionAfterTheSetIsLockedTakesTheRollbackLadder) {
     EXPECT_EQ(activeA, snapshot());
 }
 
-// Sixteen registrars on four shared sets while their sessions are killed and the server restarts: what each was told
-// is what the database holds, and no set shows two active contacts, also while registrars race between the faults.
+// The churn while its sessions are killed and the server restarts: a failed step changes nothing.
 TEST(RegistrationUnderFaults, KilledSessionsAndARestartLoseNothingAndNeverShowTwoActiveContacts) {
     velmtest::resetProperties();
     velmtest::ScratchServer scratch(true);
-    velmtest::AdminConnection admin("velm_template", scratch.port());
-    velmtest::Provisioning provisioning(admin);
-    for (int set = 1; set <= SETS; ++set) { // an address's key is its set's number
-        provisioning.subscriber(set);
-        provisioning.contactSet(set, set);
-        provisioning.publicAddress(set, "u" + std::to_string(set), "example.com", set, true);
-    }
-    std::atomic<bool> churning{true}, calm{false};
-    std::atomic<int> kills{0}, samples{0}, twoActiveSeen{0}, worksAgain{0};
-    std::vector<std::vector<Outcome>> outcomes(THREADS);
-    std::vector<std::thread> threads;
-    for (int id = 0; id < THREADS; ++id)
-        threads.emplace_back([&, id] {
-            const int key = id % SETS + 1;
-            LocationService service;
-            ASSERT_TRUE(service.connect(scratch.database().c_str(), "velm", "").okay());
-            auto step = [&](Op op, const ContactRecord& contact) {
-                Outputs out;
-                return call(op, Steps, [contact] { return only(contact); })(service, key, out).okay();
-            };
-            // Register, refresh and, every other round, unregister a contact of its own.
-            for (int round = 0; round < 400 && churning; ++round) {
-                Outcome o;
-                o.address = "sip:r" + std::to_string(id) + "_" + std::to_string(round) + "@192.0.2.20";
-                ContactRecord contact = velmtest::contact(o.address);
-                o.registered = step(Register, contact);
-                contact.setCseq(2);
-                o.refreshed = o.registered && step(Refresh, contact);
-                o.unregistered = o.registered && round % 2 == 0 && step(Unregister, contact);
-                if (!o.registered) // a registrar whose server is away does not spin
-                    std::this_thread::sleep_for(std::chrono::milliseconds(10));
-                outcomes[id].push_back(o);
-            }
-            while (!calm)
-                std::this_thread::sleep_for(std::chrono::milliseconds(10));
-            ContactRecord last = velmtest::contact("sip:r" + std::to_string(id) + "_final@192.0.2.20");
-            worksAgain += step(Register, last) && step(Unregister, last);
+    std::atomic<int> kills{0};
+    churn("velm_template", scratch.port(), scratch.port(), scratch.database(), [&](const std::atomic<bool>& churning) {
+        std::thread restart([&] {
+            std::this_thread::sleep_for(FAULT_AFTER);
+            scratch.restart();
         });
-    const std::string conninfo = "host=" + velmtest::server().host + " port=" + scratch.port() +
-                                 " user=velm dbname=velm_template application_name=";
-    std::thread killer([&] {
-        Observer observer{conninfo + "killer"};
+        Observer observer{scratch.database(), "killer"};
         for (; churning; std::this_thread::sleep_for(std::chrono::milliseconds(50)))
             kills += observer.rows("SELECT pg_terminate_backend(pid) FROM pg_stat_activity WHERE datname = "
                                    "'velm_template' AND application_name = '' AND backend_type = 'client backend' "
                                    "ORDER BY random() LIMIT 1");
-    });
-    std::thread sampler([&] {
-        Observer observer{conninfo + "sampler"};
-        for (; churning; ++samples, std::this_thread::sleep_for(std::chrono::milliseconds(5)))
-            twoActiveSeen += observer.rows(TWO_ACTIVE);
-    });
-    const auto start = std::chrono::steady_clock::now();
-    std::this_thread::sleep_for(RESTART_AFTER);
-    scratch.restart();
-    std::this_thread::sleep_until(start + CHURN);
-    churning = false;
-    killer.join();
-    sampler.join();
-    calm = true;
-    for (auto& thread : threads)
-        thread.join();
-
+        restart.join();
+    }, true);
     EXPECT_GT(kills, 50);
-    EXPECT_GT(samples, 100);
-    EXPECT_EQ(0, twoActiveSeen);
-    EXPECT_EQ(THREADS, worksAgain);
-    velmtest::AdminConnection after("velm_template", scratch.port());
-    EXPECT_TRUE(after.query(TWO_ACTIVE).empty());
-    int acknowledged = 0, failed = 0;
-    for (const auto& told : outcomes)
-        for (const Outcome& o : told) {
-            // A failed registration, refresh (the CSeq stays 1) or removal changes nothing.
-            acknowledged += o.registered;
-            failed += !o.registered || !o.refreshed;
-            EXPECT_EQ(o.registered && !o.unregistered ? velmtest::Rows{{o.refreshed ? "2" : "1"}} : velmtest::Rows{},
-                      after.query("SELECT cseq FROM contact WHERE address = '" + o.address + "'")) << o.address;
-        }
-    EXPECT_GT(acknowledged, 100);
-    EXPECT_GT(failed, 0);
+}
+
+// The churn through a location naming a primary and its synchronous standby, both read-write only, while the primary
+// dies and the standby is promoted; then the digit-prefix tree is built from the new primary, with a row written there.
+TEST(RegistrationUnderFaults, APromotedStandbyKeepsWhatWasAcknowledgedAndEveryRegistrarWorksAgain) {
+    velmtest::resetProperties();
+    StandbyPair pair;
+    const std::string socket = velmtest::server().host;
+    const std::string location = "host=" + socket + "," + socket + " port=" + pair.port + "," + pair.standbyPort +
+                                 " dbname=velm target_session_attrs=read-write";
+    churn("velm", pair.port, pair.standbyPort, location, [&](const std::atomic<bool>&) { // set 1 is provisioned now
+        velmtest::AdminConnection("velm", pair.port).exec("INSERT INTO prefix_map (prefix, csid) VALUES ('555', 1)");
+        std::this_thread::sleep_for(FAULT_AFTER);
+        ASSERT_TRUE(StandbyPair::script("fail " + pair.dir));
+    }, false);
+    velmtest::AdminConnection("velm", pair.standbyPort).exec("INSERT INTO prefix_map (prefix, csid) VALUES ('666', 2)");
+    LocationService service;
+    ASSERT_TRUE(service.connect(location.c_str(), "velm", "").okay());
+    ASSERT_TRUE(service.recreatePrefixMap().okay());
+    EXPECT_EQ(1, velmtest::prefixCsid(service, "5551"));
+    EXPECT_EQ(2, velmtest::prefixCsid(service, "6661"));
+    service.destroyPrefixmap();
 }

@@ -2,6 +2,7 @@
 #include "DatabaseConnectionPgsql.h"
 
 #include "AppProperties.h"
+#include "LibpqLocation.h"
 #include "QueryResultPtr.h"
 #include "URL.h"
 
@@ -26,6 +27,22 @@ bool DatabaseConnectionPgsql::connect(const char* database, const char* user, co
     if (database == nullptr || user == nullptr || password == nullptr)
         return error("missing connection parameters");
 
+    const char* prepared = AppProperties::get("Database", "PreparedStatements");
+    m_usePrepared = prepared != nullptr && strcasecmp(prepared, "true") == 0;
+    m_prepared.forget();
+    m_conn = libpqReadsLocation(database) ? connectExpanding(database, user, password)
+                                          : connectByUrl(database, user, password);
+    if (m_conn == nullptr)
+        return error();
+    PQsetNoticeProcessor(m_conn, &DbcNoticeProcessor, this);
+    if (PQstatus(m_conn) != CONNECTION_OK) {
+        m_trace.prn("connection failed, status=%d\n", static_cast<int>(PQstatus(m_conn)));
+        return error();
+    }
+    return okay();
+}
+
+PGconn* DatabaseConnectionPgsql::connectByUrl(const char* database, const char* user, const char* password) {
     std::string host;
     std::string dbName;
     std::string port;
@@ -49,19 +66,16 @@ bool DatabaseConnectionPgsql::connect(const char* database, const char* user, co
     conninfo += "user=" + std::string(user) + " ";
     conninfo += "password=" + std::string(password);
     m_trace.prn("%s", conninfo.c_str());
+    return PQconnectdb(conninfo.c_str());
+}
 
-    const char* prepared = AppProperties::get("Database", "PreparedStatements");
-    m_usePrepared = prepared != nullptr && strcasecmp(prepared, "true") == 0;
-    m_prepared.forget();
-    m_conn = PQconnectdb(conninfo.c_str());
-    if (m_conn == nullptr)
-        return error();
-    PQsetNoticeProcessor(m_conn, &DbcNoticeProcessor, this);
-    if (PQstatus(m_conn) != CONNECTION_OK) {
-        m_trace.prn("connection failed, status=%d\n", static_cast<int>(PQstatus(m_conn)));
-        return error();
-    }
-    return okay();
+PGconn* DatabaseConnectionPgsql::connectExpanding(const char* database, const char* user, const char* password) {
+    m_trace.prn("location for libpq: %s, user=%s", database, user);
+    // libpq expands the first dbname that is a URI or holds '=' into its
+    // parameters; the user and password after it override the location's.
+    const char* const keywords[] = {"dbname", "user", "password", nullptr};
+    const char* const values[] = {database, user, password, nullptr};
+    return PQconnectdbParams(keywords, values, 1);
 }
 
 void DatabaseConnectionPgsql::close() {
