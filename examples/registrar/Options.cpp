@@ -72,11 +72,6 @@ bool loadConfiguration(const Options& options, std::string& error) {
         error = "cannot read configuration " + options.config;
         return false;
     }
-    if (const char* socket = velm::AppProperties::get("Embedded", "SocketDirectory")) {
-        setenv("PGHOST", socket, 1);
-        if (const char* port = velm::AppProperties::get("Embedded", "Port"))
-            setenv("PGPORT", port, 1);
-    }
     return true;
 }
 

@@ -20,8 +20,7 @@ struct Options {
 bool parseOptions(int argc, char** argv, Options& options, std::string& error);
 extern const char USAGE[];
 
-// Loads the configuration file when one was named and, for a private server
-// of velmctl, points libpq at its socket ([Embedded] SocketDirectory, Port).
+// Loads the configuration file when one was named.
 bool loadConfiguration(const Options& options, std::string& error);
 
 } // namespace registrar
