@@ -22,7 +22,10 @@ for private in StatementShape.h OdbcDiagnostic.h BackendChoice.h ValueString.h P
     [ ! -e "$prefix/include/velm/$private" ] || { echo "private header $private is installed" >&2; exit 1; }
 done
 # A plain install is no system installation: the service and /etc stay out.
-[ ! -e "$prefix/etc" ] && [ ! -e "$prefix/lib/systemd" ] || { echo "system files in a prefix install" >&2; exit 1; }
+if [ -e "$prefix/etc" ] || [ -e "$prefix/lib/systemd" ]; then
+    echo "system files in a prefix install" >&2
+    exit 1
+fi
 
 build_consumers "$prefix" "$prefix" "$linkflags"
 

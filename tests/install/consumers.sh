@@ -3,6 +3,7 @@
 # pkg-config, and runs both against the test server (VELM_TEST_ENV), reached
 # through a database location that names its socket directory.
 #   build_consumers PREFIX WORKDIR LINKFLAGS
+# shellcheck shell=bash
 build_consumers() {
     local prefix=$1 work=$2 linkflags=$3 source pc
     source=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -15,7 +16,7 @@ build_consumers() {
         -DCMAKE_EXE_LINKER_FLAGS="$linkflags" >/dev/null
     cmake --build "$work/consumer-build" >/dev/null
     pc=$(dirname "$(find "$prefix" -name velmdb.pc | head -n 1)")
-    # shellcheck disable=SC2046
+    # shellcheck disable=SC2046,SC2086
     c++ -std=c++17 $linkflags -o "$work/consumer-pc" "$source/consumer.cpp" \
         $(PKG_CONFIG_PATH="$pc" pkg-config --cflags --libs velmdb) \
         -Wl,-rpath,"$(PKG_CONFIG_PATH="$pc" pkg-config --variable=libdir velmdb)"
