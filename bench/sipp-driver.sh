@@ -10,7 +10,7 @@
 
 bench_build() {
     scripts/install-deps
-    cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DVELM_BUILD_TESTS=OFF -DVELM_BUILD_BENCHMARKS=ON >/dev/null
+    cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DBUILD_TESTING=OFF -DVELM_BUILD_BENCHMARKS=ON >/dev/null
     cmake --build "$build" -j "$(nproc)" --target "$@" >/dev/null
 }
 

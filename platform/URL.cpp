@@ -15,6 +15,24 @@ bool isSchemeText(const std::string& scheme) {
     return true;
 }
 
+// Replaces each %XX of `text` by its byte; false for a broken escape.
+bool decodePercent(std::string& text) {
+    std::string decoded;
+    for (size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            decoded += text[i];
+            continue;
+        }
+        if (i + 2 >= text.size() || !std::isxdigit(static_cast<unsigned char>(text[i + 1])) ||
+            !std::isxdigit(static_cast<unsigned char>(text[i + 2])))
+            return false;
+        decoded += static_cast<char>(std::stoi(text.substr(i + 1, 2), nullptr, 16));
+        i += 2;
+    }
+    text = decoded;
+    return true;
+}
+
 } // namespace
 
 URL::URL(const std::string& text) {
@@ -61,6 +79,8 @@ bool URL::parse(const std::string& text) {
         if (colon != std::string::npos)
             port = hostPort.substr(colon + 1);
     }
+    if (!decodePercent(m_host) || !decodePercent(m_path))
+        return false;
 
     if (port.empty())
         return true;

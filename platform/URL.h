@@ -8,7 +8,9 @@ namespace osk {
 
 // A URL of the form scheme://[user[:password]@]host[:port][/path], such as
 // postgresql://db.example.com:5432/velm. The host may be empty (the client's
-// default) or an IPv6 address in brackets. The path is given without its
+// default) or an IPv6 address in brackets. Host and path are given with their
+// %XX escapes decoded, so postgresql://%2Frun%2Fvelm:5432/velm names the
+// socket directory /run/velm as libpq's URIs do. The path is given without its
 // leading slash, so it names a database directly. A text without "scheme://"
 // (a plain database name, say) is not a valid URL.
 class URL {

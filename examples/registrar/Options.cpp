@@ -93,11 +93,6 @@ bool loadConfiguration(Options& options, std::string& error) {
         }
     }
     options.server.policy.maxContacts = static_cast<size_t>(maxContacts);
-    if (const char* socket = velm::AppProperties::get("Embedded", "SocketDirectory")) {
-        setenv("PGHOST", socket, 1);
-        if (const char* port = velm::AppProperties::get("Embedded", "Port"))
-            setenv("PGPORT", port, 1);
-    }
     return true;
 }
 

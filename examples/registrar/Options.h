@@ -26,9 +26,8 @@ extern const char USAGE[];
 // "velm-registrar <version>" and a line end.
 extern const char VERSION[];
 
-// Loads the configuration file when one was named and, for a private server
-// of velmctl, points libpq at its socket ([Embedded] SocketDirectory, Port);
-// reads [Registrar] MaxContacts.
+// Loads the configuration file when one was named; reads [Registrar]
+// MaxContacts.
 bool loadConfiguration(Options& options, std::string& error);
 
 } // namespace registrar

@@ -15,8 +15,8 @@ std::string directory(const Arguments& arguments) {
     return arguments.option("--dir", EmbeddedServer::defaultDirectory());
 }
 
-// Loads the configuration and, for the private server, points libpq at its
-// socket.
+// Loads the configuration: the one named, else the private server's when it
+// has one.
 Outcome configure(const Arguments& arguments) {
     std::string path = arguments.option("--config");
     if (path.empty() && std::getenv("VELM_CONFIG") == nullptr) {
@@ -31,11 +31,6 @@ Outcome configure(const Arguments& arguments) {
 Outcome configureFile(const std::string& path) {
     if (!path.empty() && !velm::AppProperties::load(path.c_str()))
         return Outcome::failure(BAD_INPUT, "cannot read configuration " + path);
-    if (const char* socket = velm::AppProperties::get("Embedded", "SocketDirectory")) {
-        setenv("PGHOST", socket, 1);
-        if (const char* port = velm::AppProperties::get("Embedded", "Port"))
-            setenv("PGPORT", port, 1);
-    }
     return Outcome();
 }
 

@@ -13,6 +13,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cctype>
 #include <cstdlib>
 #include <fstream>
 #include <vector>
@@ -89,6 +90,20 @@ std::string lastLines(const std::string& path) {
     for (size_t i = lines.size() > 5 ? lines.size() - 5 : 0; i < lines.size(); ++i)
         tail += "\n  " + lines[i];
     return tail;
+}
+
+// The URL of database `name` on the server listening in `directory`: the
+// socket directory is the host, escaped, so the library and libpq both read it.
+std::string location(const std::string& directory, const std::string& name) {
+    static const char HEX[] = "0123456789ABCDEF";
+    std::string host;
+    for (unsigned char c : directory) {
+        if (std::isalnum(c) || c == '-' || c == '.' || c == '_' || c == '~')
+            host += static_cast<char>(c);
+        else
+            host += {'%', HEX[c >> 4], HEX[c & 15]};
+    }
+    return "postgresql://" + host + ":" + PORT + "/" + name;
 }
 
 bool makeDirectory(const std::string& path) {
@@ -183,21 +198,18 @@ Outcome EmbeddedServer::writeConfiguration() {
     }
     std::ofstream config(configFile());
     config << "# Written by velmctl db start: the library's settings for the private server in\n"
-           << "# " << m_directory << ". [Embedded] is read by velmctl only.\n"
+           << "# " << m_directory << ", whose socket directory the database location names.\n"
            << "[Database]\nProxyDatabaseUser = velm\n\n"
-           << "[Services]\nvelm.sip.db = velm\n\n"
-           << "[Crypt]\nKeyFile = " << key << "\n\n"
-           << "[Embedded]\nSocketDirectory = " << m_directory << "\nPort = " << PORT << "\n";
+           << "[Services]\nvelm.sip.db = " << location(m_directory, "velm") << "\n\n"
+           << "[Crypt]\nKeyFile = " << key << "\n";
     if (!config)
         return Outcome::failure(DATABASE_ERROR, "cannot write " + configFile());
     return Outcome();
 }
 
 Outcome EmbeddedServer::createDatabase() {
-    setenv("PGHOST", m_directory.c_str(), 1);
-    setenv("PGPORT", PORT, 1);
     velm::DatabaseCommandExecutor server;
-    if (!server.connect("postgres", "velm", ""))
+    if (!server.connect(location(m_directory, "postgres").c_str(), "velm", ""))
         return Outcome::failure(DATABASE_ERROR, "cannot connect: " + server.getErrorMessage());
     velm::QueryResultPtr rows;
     velm::DatabaseResult result = server.execute("SELECT 1 FROM pg_database WHERE datname = 'velm'", rows);

@@ -38,7 +38,7 @@ private:
     std::string m_bin;
 };
 
-// The schema file: VELM_SCHEMA, else share/velmdb/velm.sql next to the
+// The schema file: VELM_SCHEMA, else share/velm/velm.sql next to the
 // installed program, else the source tree's. Empty when none exists.
 std::string findSchema();
 
