@@ -1,6 +1,7 @@
 // velm-registrar: an example SIP registrar and redirect server on velmdb.
 // REGISTER binds contacts; INVITE, MESSAGE and OPTIONS to a user are answered
 // with 302 and the user's contacts. UDP only, no authentication.
+#include "ContactsCacheSync.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
 #include "Options.h"
@@ -56,6 +57,10 @@ int main(int argc, char** argv) {
         velm::LocationServicePool::destroy();
         return 1;
     }
+    // Filled before the workers answer; with it off they read the database.
+    registrar::ContactsCacheSync contactsCache;
+    if (registrar::contactsCacheConfigured() && !contactsCache.start())
+        trace.log("contacts cache not filled: contacts are read from the database until it is");
     server.start();
     std::printf("velm-registrar listening on %s:%d (udp) with %d threads\n", options.server.address.c_str(),
                 server.port(), options.server.threads);
@@ -67,6 +72,7 @@ int main(int argc, char** argv) {
     sigwait(&stopSignals, &signal);
     trace.log("signal %d: stopping", signal);
     server.stop();
+    contactsCache.stop();
     // The monitor's thread uses a pooled connection: it goes first.
     velm::PrefixMapMonitor::destroy();
     velm::LocationServicePool::destroy();
