@@ -72,6 +72,10 @@ bool loadConfiguration(const Options& options, std::string& error) {
         error = "cannot read configuration " + options.config;
         return false;
     }
+    // The registrar sends a few statement shapes over and over: prepared
+    // unless the configuration says otherwise.
+    if (velm::AppProperties::get("Database", "PreparedStatements") == nullptr)
+        velm::AppProperties::set("Database", "PreparedStatements", "true");
     if (const char* socket = velm::AppProperties::get("Embedded", "SocketDirectory")) {
         setenv("PGHOST", socket, 1);
         if (const char* port = velm::AppProperties::get("Embedded", "Port"))

@@ -186,7 +186,9 @@ Outcome EmbeddedServer::writeConfiguration() {
     std::ofstream config(configFile());
     config << "# Written by velmctl db start: the library's settings for the private server in\n"
            << "# " << m_directory << ". [Embedded] is read by velmctl only.\n"
-           << "[Database]\nProxyDatabaseUser = velm\n\n"
+           << "[Database]\nProxyDatabaseUser = velm\n"
+           << "# Prepared: a statement shape is planned once per connection, not at every call.\n"
+           << "PreparedStatements = true\n\n"
            << "[Services]\nvelm.sip.db = velm\n\n"
            << "[Crypt]\nKeyFile = " << key << "\n\n"
            << "[Embedded]\nSocketDirectory = " << m_directory << "\nPort = " << PORT << "\n";
