@@ -190,6 +190,26 @@ CREATE TABLE extension (
     CHECK (ext_type IS DISTINCT FROM 'c' OR extension ~ '^[1-9][0-9]{0,17}$')
 );
 CREATE INDEX extension_sid_idx ON extension (sid);
+-- The lookup makes contacts of a subscriber's trunk extensions: a changed
+-- extension, or trunk, notifies velm_contacts (see contacts_changed) with the
+-- sets of the subscribers concerned.
+CREATE FUNCTION extension_contacts_changed() RETURNS trigger
+LANGUAGE plpgsql AS $$
+BEGIN
+    IF TG_TABLE_NAME = 'acp' THEN
+        PERFORM pg_notify('velm_contacts', cs.csid::text)
+            FROM contact_set cs JOIN extension e ON e.sid = cs.sid
+            WHERE e.acp_id IN (OLD.acp_id, NEW.acp_id);
+    ELSE
+        PERFORM pg_notify('velm_contacts', csid::text) FROM contact_set WHERE sid IN (OLD.sid, NEW.sid);
+    END IF;
+    RETURN NULL;
+END;
+$$;
+CREATE TRIGGER extension_changed AFTER INSERT OR UPDATE OR DELETE ON extension
+    FOR EACH ROW EXECUTE FUNCTION extension_contacts_changed();
+CREATE TRIGGER acp_changed AFTER UPDATE OR DELETE ON acp
+    FOR EACH ROW EXECUTE FUNCTION extension_contacts_changed();
 CREATE UNIQUE INDEX extension_bridge_idx ON extension (extension) WHERE ext_type = 'c';
 
 -- State of a conference bridge extension that has been used.
