@@ -18,6 +18,8 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 namespace registrar {
 
@@ -121,12 +123,28 @@ bool ContactsCacheSync::connect() {
         if (url.getPort() > 0)
             port = std::to_string(url.getPort());
     }
-    // Named after the process, so that an operator can tell the session apart.
-    const std::string application = "velm-registrar contacts " + std::to_string(getpid());
-    const char* keys[] = {"host", "port", "dbname", "user", "password", "application_name", nullptr};
-    const char* values[] = {host.c_str(), port.c_str(),     database.c_str(), user,
-                            password.c_str(), application.c_str(), nullptr};
-    m_conn = PQconnectdbParams(keys, values, 0);
+    // Named after the process, so that an operator can tell the session
+    // apart; keepalives, so that a silent network loses the session (and
+    // turns the cache off) within about 25 s over TCP.
+    const std::vector<std::pair<const char*, std::string>> settings = {
+        {"host", host},
+        {"port", port},
+        {"dbname", database},
+        {"user", user},
+        {"password", password},
+        {"application_name", "velm-registrar contacts " + std::to_string(getpid())},
+        {"keepalives_idle", "10"},
+        {"keepalives_interval", "5"},
+        {"keepalives_count", "3"}};
+    std::vector<const char*> keys;
+    std::vector<const char*> values;
+    for (const auto& [key, value] : settings) {
+        keys.push_back(key);
+        values.push_back(value.c_str());
+    }
+    keys.push_back(nullptr);
+    values.push_back(nullptr);
+    m_conn = PQconnectdbParams(keys.data(), values.data(), 0);
     if (PQstatus(m_conn) != CONNECTION_OK) {
         m_trace.log("contacts cache: cannot connect: %s", PQerrorMessage(m_conn));
         return false;
@@ -208,7 +226,8 @@ bool ContactsCacheSync::reload(velm::LocationService& service, const std::set<in
 }
 
 bool ContactsCacheSync::keysOf(const char* sql, const char* parameter, std::set<int>& keys) {
-    PGresult* result = PQexecParams(m_conn, sql, parameter != nullptr ? 1 : 0, nullptr, &parameter, nullptr, nullptr, 0);
+    PGresult* result =
+        PQexecParams(m_conn, sql, parameter != nullptr ? 1 : 0, nullptr, &parameter, nullptr, nullptr, 0);
     bool okay = PQresultStatus(result) == PGRES_TUPLES_OK;
     if (okay) {
         for (int row = 0; row < PQntuples(result); ++row)
