@@ -161,11 +161,14 @@ bool ContactsCacheSync::rebuild(velm::LocationService& service) {
     std::set<int> keys;
     if (!keysOf("SELECT public_address_id FROM public_address", nullptr, keys))
         return false;
-    for (int key : m_stored) {
-        if (keys.count(key) == 0)
-            LocalContactsCache::shared().invalidate(CACHE, key);
+    for (auto stored = m_stored.begin(); stored != m_stored.end();) {
+        if (keys.count(*stored) != 0) {
+            ++stored;
+            continue;
+        }
+        LocalContactsCache::shared().invalidate(CACHE, *stored);
+        stored = m_stored.erase(stored);
     }
-    m_stored.clear();
     if (!reload(service, keys))
         return false;
     m_trace.log("contacts cache filled: %d public addresses", static_cast<int>(keys.size()));
