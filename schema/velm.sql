@@ -134,6 +134,36 @@ CREATE INDEX contact_expires_idx ON contact (expires);
 CREATE TRIGGER contact_id_catch_up AFTER INSERT ON contact REFERENCING NEW TABLE AS inserted
     FOR EACH STATEMENT EXECUTE FUNCTION velm_sequence_catch_up('contact_id');
 
+-- Servers that cache contacts LISTEN on channel velm_contacts. A change of a
+-- contact, of a set's ordering, or of which set a public address belongs to
+-- notifies the contact set (csid) whose addresses are to be read again; a
+-- truncation notifies "*", everything. PostgreSQL delivers at commit and sends
+-- one notification per set and transaction, however many rows changed.
+CREATE FUNCTION contacts_changed() RETURNS trigger
+LANGUAGE plpgsql AS $$
+BEGIN
+    IF TG_OP = 'TRUNCATE' THEN
+        PERFORM pg_notify('velm_contacts', '*');
+        RETURN NULL;
+    END IF;
+    IF TG_OP <> 'INSERT' THEN
+        PERFORM pg_notify('velm_contacts', OLD.csid::text);
+    END IF;
+    IF TG_OP <> 'DELETE' THEN
+        PERFORM pg_notify('velm_contacts', NEW.csid::text);
+    END IF;
+    RETURN NULL;
+END;
+$$;
+CREATE TRIGGER contact_changed AFTER INSERT OR UPDATE OR DELETE ON contact
+    FOR EACH ROW EXECUTE FUNCTION contacts_changed();
+CREATE TRIGGER contact_truncated AFTER TRUNCATE ON contact
+    FOR EACH STATEMENT EXECUTE FUNCTION contacts_changed();
+CREATE TRIGGER contact_set_changed AFTER UPDATE OF ordering, replace_uri ON contact_set
+    FOR EACH ROW EXECUTE FUNCTION contacts_changed();
+CREATE TRIGGER public_address_changed AFTER INSERT OR UPDATE OF csid ON public_address
+    FOR EACH ROW EXECUTE FUNCTION contacts_changed();
+
 -- Trunks and extensions ------------------------------------------------------
 
 -- An access point: the SIP trunk behind which extensions are reached.
@@ -160,6 +190,26 @@ CREATE TABLE extension (
     CHECK (ext_type IS DISTINCT FROM 'c' OR extension ~ '^[1-9][0-9]{0,17}$')
 );
 CREATE INDEX extension_sid_idx ON extension (sid);
+-- The lookup makes contacts of a subscriber's trunk extensions: a changed
+-- extension, or trunk, notifies velm_contacts (see contacts_changed) with the
+-- sets of the subscribers concerned.
+CREATE FUNCTION extension_contacts_changed() RETURNS trigger
+LANGUAGE plpgsql AS $$
+BEGIN
+    IF TG_TABLE_NAME = 'acp' THEN
+        PERFORM pg_notify('velm_contacts', cs.csid::text)
+            FROM contact_set cs JOIN extension e ON e.sid = cs.sid
+            WHERE e.acp_id IN (OLD.acp_id, NEW.acp_id);
+    ELSE
+        PERFORM pg_notify('velm_contacts', csid::text) FROM contact_set WHERE sid IN (OLD.sid, NEW.sid);
+    END IF;
+    RETURN NULL;
+END;
+$$;
+CREATE TRIGGER extension_changed AFTER INSERT OR UPDATE OR DELETE ON extension
+    FOR EACH ROW EXECUTE FUNCTION extension_contacts_changed();
+CREATE TRIGGER acp_changed AFTER UPDATE OR DELETE ON acp
+    FOR EACH ROW EXECUTE FUNCTION extension_contacts_changed();
 CREATE UNIQUE INDEX extension_bridge_idx ON extension (extension) WHERE ext_type = 'c';
 
 -- State of a conference bridge extension that has been used.

@@ -85,6 +85,10 @@ bool loadConfiguration(Options& options, std::string& error) {
         error = "cannot read configuration " + options.config;
         return false;
     }
+    // The registrar sends a few statement shapes over and over: prepared
+    // unless the configuration says otherwise.
+    if (velm::AppProperties::get("Database", "PreparedStatements") == nullptr)
+        velm::AppProperties::set("Database", "PreparedStatements", "true");
     int maxContacts = static_cast<int>(options.server.policy.maxContacts);
     if (const char* text = velm::AppProperties::get("Registrar", "MaxContacts")) {
         if (!readCount(text, 1, 1000, maxContacts)) {

@@ -3,6 +3,7 @@
 // with 302 and the user's contacts. UDP and TCP; REGISTER needs digest
 // credentials unless configured otherwise.
 #include "Console.h"
+#include "ContactsCacheSync.h"
 #include "DigestAuthenticator.h"
 #include "LocationService.h"
 #include "LocationServicePool.h"
@@ -98,6 +99,10 @@ int main(int argc, char** argv) {
         velm::LocationServicePool::destroy();
         return 1;
     }
+    // Filled before the workers answer; with it off they read the database.
+    registrar::ContactsCacheSync contactsCache;
+    if (registrar::contactsCacheConfigured() && !contactsCache.start())
+        trace.log("contacts cache not filled: contacts are read from the database until it is");
     server.start();
     std::printf("velm-registrar listening on %s:%d (udp, tcp) with %d threads\n", options.server.address.c_str(),
                 server.port(), options.server.threads);
@@ -109,6 +114,7 @@ int main(int argc, char** argv) {
     sigwait(&stopSignals, &signal);
     trace.log("signal %d: stopping", signal);
     server.stop();
+    contactsCache.stop();
     // The watch restarts the monitor, and both threads use pooled
     // connections: the watch goes first, then the monitor, then the pool.
     watch.stop();

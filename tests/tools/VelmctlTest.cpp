@@ -340,8 +340,12 @@ TEST(VelmctlEmbedded, StartsAPrivateServerWhereTheDemoRunsAgainAndStopsIt) {
     EXPECT_EQ("running in " + dir + "; configuration " + dir + "/velm.conf\n", started.out);
     Result status = run(scratch.path(), "--json --dir " + dir + " db status");
     EXPECT_EQ(0, status.status);
+    std::string socket = dir;
+    for (size_t slash = socket.find('/'); slash != std::string::npos; slash = socket.find('/', slash))
+        socket.replace(slash, 1, "%2F");
     EXPECT_EQ(0u, status.out.find("{\"running\":true,\"socket_directory\":\"" + dir + "\",\"port\":5432,\"data_directory\":\"" +
-                                  dir + "/data\",\"configuration\":\"" + dir + "/velm.conf\",\"database\":\"velm\",\"schema_version\":"))
+                                  dir + "/data\",\"configuration\":\"" + dir + "/velm.conf\",\"location\":\"postgresql://" +
+                                  socket + ":5432/velm\",\"schema_version\":"))
         << status.out;
     for (int round = 0; round < 2; ++round) {
         Result demo = run(scratch.path(), "--config " + dir + "/velm.conf demo");

@@ -35,7 +35,7 @@ Outcome status(EmbeddedServer& server, Output& output) {
     output.field("port", Value::number(std::atoll(EmbeddedServer::port())));
     output.field("data_directory", server.dataDirectory());
     output.field("configuration", server.configFile());
-    output.field("database", database != nullptr ? Value(database) : Value::none());
+    output.field("location", database != nullptr ? Value(database) : Value::none());
     output.field("schema_version", versionValue(schema));
     // Not running is an answer, not a failure: the fields say it.
     return running ? Outcome() : Outcome{NOT_FOUND, ""};

@@ -199,7 +199,9 @@ Outcome EmbeddedServer::writeConfiguration() {
     std::ofstream config(configFile());
     config << "# Written by velmctl db start: the library's settings for the private server in\n"
            << "# " << m_directory << ", whose socket directory the database location names.\n"
-           << "[Database]\nProxyDatabaseUser = velm\n\n"
+           << "[Database]\nProxyDatabaseUser = velm\n"
+           << "# Prepared: a statement shape is planned once per connection, not at every call.\n"
+           << "PreparedStatements = true\n\n"
            << "[Services]\nvelm.sip.db = " << location(m_directory, "velm") << "\n\n"
            << "[Crypt]\nKeyFile = " << key << "\n";
     if (!config)
