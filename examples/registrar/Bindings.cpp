@@ -6,14 +6,40 @@
 #include "SipResponse.h"
 #include "Trace.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 
 namespace registrar {
 
-velm::DatabaseResult Bindings::key(const std::string& user, const std::string& host, int& key) {
-    return m_service.getPublicAddressKey(user.c_str(), host.c_str(), key);
+namespace {
+
+// A binding a REGISTER made (provisioned contacts have no Contact header)
+// that is still reachable.
+bool listed(const velm::ContactRecord& contact, long now) {
+    return !expired(contact, now) && !contact.contactHeader().empty();
+}
+
+// The order of current()'s read: qvalue (a text column), then expiry, both
+// descending.
+bool routedBefore(const velm::ContactRecord& first, const velm::ContactRecord& second) {
+    if (first.qvalue() != second.qvalue())
+        return first.qvalue() > second.qvalue();
+    return first.expires() > second.expires();
+}
+
+} // namespace
+
+velm::DatabaseResult Bindings::key(const std::string& user, const std::string& host, int& key, int& csid) {
+    // The key before the node check: a user without an address costs one
+    // statement, and getPublicAddressKey would ask the node first.
+    int set = -1;
+    velm::DatabaseResult result = m_service.getPublicAddressKeyCSID(user.c_str(), host.c_str(), key, set);
+    if (result.okay())
+        result = m_service.isLocalUser(user.c_str(), host.c_str());
+    csid = set > 0 ? set : -1;
+    return result;
 }
 
 velm::DatabaseResult Bindings::current(int key, long now, std::vector<velm::ContactRecord>& contacts) {
@@ -29,10 +55,35 @@ velm::DatabaseResult Bindings::current(int key, long now, std::vector<velm::Cont
     // Not found with rows: the subscriber is inactive, its bindings remain.
     if (result.notFound())
         result.setOkay();
-    for (const velm::ContactRecord& contact : reachable(stored, now))
-        if (!contact.contactHeader().empty())
+    for (const velm::ContactRecord& contact : stored)
+        if (listed(contact, now))
             contacts.push_back(contact);
     return result;
+}
+
+void applyChanges(const BindingChanges& changes, long now, std::vector<velm::ContactRecord>& bindings) {
+    auto stored = [&bindings](const velm::ContactRecord& contact) {
+        return std::find_if(bindings.begin(), bindings.end(), [&contact](const velm::ContactRecord& binding) {
+            return binding.contactId() == contact.contactId();
+        });
+    };
+    for (const velm::ContactRecord& contact : changes.deleted) {
+        auto found = stored(contact);
+        if (found != bindings.end())
+            bindings.erase(found);
+    }
+    for (const velm::ContactRecord& contact : changes.changed) {
+        auto found = stored(contact);
+        if (found != bindings.end())
+            *found = contact;
+        else
+            bindings.push_back(contact);
+    }
+    bindings.insert(bindings.end(), changes.added.begin(), changes.added.end());
+    bindings.erase(std::remove_if(bindings.begin(), bindings.end(),
+                                  [now](const velm::ContactRecord& contact) { return !listed(contact, now); }),
+                   bindings.end());
+    std::stable_sort(bindings.begin(), bindings.end(), routedBefore);
 }
 
 bool expired(const velm::ContactRecord& contact, long now) {

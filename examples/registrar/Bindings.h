@@ -21,8 +21,10 @@ class Bindings {
 public:
     explicit Bindings(velm::LocationService& service) : m_service(service) {}
 
-    // The public address key of user@host, a subscriber of this node.
-    velm::DatabaseResult key(const std::string& user, const std::string& host, int& key);
+    // The public address key of user@host, a subscriber of this node, and
+    // its contact set (-1 when unknown). Each request asks once and passes
+    // both on: the library's operations look neither up again when given.
+    velm::DatabaseResult key(const std::string& user, const std::string& host, int& key, int& csid);
     // The contacts of `key` that a REGISTER bound and that have not expired
     // at `now`, in routing order (highest qvalue, then latest expiry, first).
     velm::DatabaseResult current(int key, long now, std::vector<velm::ContactRecord>& contacts);
@@ -30,6 +32,18 @@ public:
 private:
     velm::LocationService& m_service;
 };
+
+// What a step-by-step registration operation reported, in its output vectors.
+struct BindingChanges {
+    std::vector<velm::ContactRecord> added;
+    std::vector<velm::ContactRecord> deleted;
+    std::vector<velm::ContactRecord> changed;
+};
+
+// Brings `bindings`, as current() read them, up to date with `changes`: the
+// bindings the operation left, filtered and ordered as current() would read
+// them, without reading them again.
+void applyChanges(const BindingChanges& changes, long now, std::vector<velm::ContactRecord>& bindings);
 
 // True when `contact` can no longer be reached at `now`.
 bool expired(const velm::ContactRecord& contact, long now);

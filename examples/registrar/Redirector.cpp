@@ -1,15 +1,32 @@
 // Answering requests to a user with 302 and the user's contacts, 404 or 480.
 #include "Redirector.h"
 
+#include "AppProperties.h"
 #include "LocationService.h"
 #include "SipRequest.h"
+#include "Uri.h"
 
 #include <algorithm>
+#include <cstring>
 #include <ctime>
 
 namespace registrar {
 
-Redirector::Redirector(velm::LocationService& service) : m_service(service) {}
+namespace {
+
+// Whether the library's lookup by URI does more for `uri` than read a
+// subscriber's contacts: the conference server's bridges, the resolver
+// module, the contacts cache.
+bool routedByLibrary(velm::LocationService& service, const std::string& uri) {
+    const char* cache = velm::AppProperties::get("SipServer", "UseContactsCache");
+    return service.m_moduleFirst || service.m_alternateOnNotFound || service.m_alternateOnNoContacts ||
+           (cache != nullptr && std::strcmp(cache, "true") == 0) ||
+           uri == service.composeConferenceServerUri(service.getPrimaryDomain(), false);
+}
+
+} // namespace
+
+Redirector::Redirector(velm::LocationService& service) : m_service(service), m_bindings(service) {}
 
 SipResponse Redirector::handle(const SipRequest& request) {
     const std::string uri = request.requestUri();
@@ -17,7 +34,7 @@ SipResponse Redirector::handle(const SipRequest& request) {
     std::string ordering;
     bool redirect = false;
     std::vector<velm::ContactRecord> contacts;
-    velm::DatabaseResult result = m_service.lookupContacts(uri.c_str(), ordering, redirect, contacts, nullptr);
+    velm::DatabaseResult result = lookup(uri, ordering, redirect, contacts);
     if (result.okay()) {
         contacts = reachable(contacts, now);
         return contacts.empty() ? SipResponse(480, "Temporarily Unavailable") : redirectTo(contacts);
@@ -44,6 +61,20 @@ SipResponse Redirector::handle(const SipRequest& request) {
     }
     contacts = reachable(contacts, now);
     return contacts.empty() ? SipResponse(480, "Temporarily Unavailable") : redirectTo(contacts);
+}
+
+// The library's lookup by URI asks whether this node serves the user twice
+// (once for the key, once itself); by key it asks neither.
+velm::DatabaseResult Redirector::lookup(const std::string& uri, std::string& ordering, bool& redirect,
+                                        std::vector<velm::ContactRecord>& contacts) {
+    osk::Uri parsed(uri);
+    if (!parsed.isValid() || parsed.getUser() == nullptr || parsed.getHost() == nullptr ||
+        routedByLibrary(m_service, uri))
+        return m_service.lookupContacts(uri.c_str(), ordering, redirect, contacts, nullptr);
+    int key = 0;
+    int csid = -1;
+    velm::DatabaseResult result = m_bindings.key(parsed.getUser(), parsed.getHost(), key, csid);
+    return result.okay() ? m_service.lookupContacts(key, ordering, redirect, contacts) : result;
 }
 
 SipResponse redirectTo(const std::vector<velm::ContactRecord>& contacts) {

@@ -26,7 +26,13 @@ public:
     SipResponse handle(const SipRequest& request);
 
 private:
+    // The contacts of the subscriber at `uri`: its key and node checked once
+    // each, then its contacts read by key.
+    velm::DatabaseResult lookup(const std::string& uri, std::string& ordering, bool& redirect,
+                                std::vector<velm::ContactRecord>& contacts);
+
     velm::LocationService& m_service;
+    Bindings m_bindings;
 };
 
 // 302 listing `contacts` in the order given, with q-values falling from 1 by

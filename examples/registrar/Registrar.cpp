@@ -28,6 +28,15 @@ const velm::ContactRecord* findStored(const ContactBinding& binding, const std::
     return nullptr;
 }
 
+// `result`, and when it is a success, `bindings` brought up to date with the
+// `changes` the operation reported.
+velm::DatabaseResult settled(const velm::DatabaseResult& result, const BindingChanges& changes, long now,
+                             std::vector<velm::ContactRecord>& bindings) {
+    if (result.okay())
+        applyChanges(changes, now, bindings);
+    return result;
+}
+
 } // namespace
 
 Registrar::Registrar(velm::LocationService& service, const ExpiryPolicy& policy, DigestAuthenticator* authenticator)
@@ -45,23 +54,27 @@ SipResponse Registrar::handle(const SipRequest& request) {
     if (m_authenticator != nullptr && !m_authenticator->admit(request, m_service, rejection))
         return rejection;
 
-    int key = 0;
-    velm::DatabaseResult result = m_bindings.key(request.toUser(), request.toHost(), key);
+    Address address{0, -1};
+    velm::DatabaseResult result = m_bindings.key(request.toUser(), request.toHost(), address.key, address.csid);
     if (result.notFound())
         return SipResponse(404, "Not Found");
     if (!result.okay())
         return databaseFailure("address of record", result);
 
+    // Read once: the CSeq and call-id rules, MaxContacts and the choice
+    // between adding and refreshing need the stored bindings, and the answer
+    // is these bindings with the operations' changes applied.
     long now = static_cast<long>(time(nullptr));
     std::vector<velm::ContactRecord> stored;
-    result = m_bindings.current(key, now, stored);
+    result = m_bindings.current(address.key, now, stored);
     if (!result.okay())
         return databaseFailure("bindings", result);
+    std::vector<velm::ContactRecord> bindings = stored;
 
     if (registration.wildcard) {
-        m_trace.prn("removing every binding of key %d", key);
-        result = stored.empty() ? velm::DatabaseResult() : removeAll(key);
-        return result.okay() ? answer(key, now) : databaseFailure("unregistration", result);
+        m_trace.prn("removing every binding of key %d", address.key);
+        result = stored.empty() ? velm::DatabaseResult() : removeAll(address, now, bindings);
+        return result.okay() ? answer(address, now, bindings) : databaseFailure("unregistration", result);
     }
 
     // Every binding is checked before the first is changed, so that a stale
@@ -79,32 +92,35 @@ SipResponse Registrar::handle(const SipRequest& request) {
             --bound;
     }
     if (bound > m_policy.maxContacts) {
-        m_trace.prn("key %d would have %zu bindings, more than %zu", key, bound, m_policy.maxContacts);
+        m_trace.prn("key %d would have %zu bindings, more than %zu", address.key, bound, m_policy.maxContacts);
         return SipResponse(403, "Too Many Contacts");
     }
     for (const Change& change : changes) {
-        result = apply(key, request, change, now);
+        result = apply(address, request, change, now, bindings);
         if (!result.okay())
             return databaseFailure("registration of " + change.binding.uri, result);
     }
-    return answer(key, now);
+    return answer(address, now, bindings);
 }
 
-velm::DatabaseResult Registrar::apply(int key, const SipRequest& request, const Change& change, long now) {
+velm::DatabaseResult Registrar::apply(const Address& address, const SipRequest& request, const Change& change,
+                                      long now, std::vector<velm::ContactRecord>& bindings) {
     if (change.binding.expires == 0) {
-        m_trace.prn("removing %s of key %d", change.binding.uri.c_str(), key);
-        return change.stored != nullptr ? remove(key, change.stored->address(), change.binding.header)
-                                        : velm::DatabaseResult();
+        m_trace.prn("removing %s of key %d", change.binding.uri.c_str(), address.key);
+        return change.stored != nullptr
+                   ? remove(address, change.stored->address(), change.binding.header, now, bindings)
+                   : velm::DatabaseResult();
     }
     if (change.stored == nullptr) {
-        m_trace.prn("adding %s to key %d", change.binding.uri.c_str(), key);
-        return add(key, request, change.binding, now);
+        m_trace.prn("adding %s to key %d", change.binding.uri.c_str(), address.key);
+        return add(address, request, change.binding, now, bindings);
     }
-    m_trace.prn("refreshing %s of key %d", change.binding.uri.c_str(), key);
-    return refresh(key, request, change, now);
+    m_trace.prn("refreshing %s of key %d", change.binding.uri.c_str(), address.key);
+    return refresh(address, request, change, now, bindings);
 }
 
-velm::DatabaseResult Registrar::add(int key, const SipRequest& request, const ContactBinding& binding, long now) {
+velm::DatabaseResult Registrar::add(const Address& address, const SipRequest& request, const ContactBinding& binding,
+                                    long now, std::vector<velm::ContactRecord>& bindings) {
     velm::ContactRecord contact;
     contact.setAddress(binding.uri);
     contact.setContactHeader(binding.header);
@@ -112,20 +128,23 @@ velm::DatabaseResult Registrar::add(int key, const SipRequest& request, const Co
     contact.setExpires(now + binding.expires);
     contact.setCallId(request.callId());
     contact.setCseq(request.cseq());
+    contact.setCsid(address.csid);
     std::vector<velm::ContactRecord> contacts{contact};
-    std::vector<velm::ContactRecord> added, deleted, changed;
-    return m_service.registerContacts(key, contacts, added, deleted, changed);
+    BindingChanges changes;
+    return settled(m_service.registerContacts(address.key, contacts, changes.added, changes.deleted, changes.changed),
+                   changes, now, bindings);
 }
 
 // A refresh keeps the binding's level unless the q parameter changes it; a
 // binding that becomes the active one is registered anew, which demotes the
 // set's previous active contact.
-velm::DatabaseResult Registrar::refresh(int key, const SipRequest& request, const Change& change, long now) {
+velm::DatabaseResult Registrar::refresh(const Address& address, const SipRequest& request, const Change& change,
+                                        long now, std::vector<velm::ContactRecord>& bindings) {
     const velm::ContactRecord& stored = *change.stored;
     const std::string& q = change.binding.qvalue;
     if (!q.empty() && isActive(q) && !isActive(stored.qvalue())) {
-        velm::DatabaseResult removed = remove(key, stored.address(), change.binding.header);
-        return removed.okay() ? add(key, request, change.binding, now) : removed;
+        velm::DatabaseResult removed = remove(address, stored.address(), change.binding.header, now, bindings);
+        return removed.okay() ? add(address, request, change.binding, now, bindings) : removed;
     }
     velm::ContactRecord contact = stored;
     contact.setContactHeader(change.binding.header);
@@ -134,34 +153,46 @@ velm::DatabaseResult Registrar::refresh(int key, const SipRequest& request, cons
     contact.setCallId(request.callId());
     contact.setCseq(request.cseq());
     std::vector<velm::ContactRecord> contacts{contact};
-    std::vector<velm::ContactRecord> added, deleted, changed;
-    return m_service.updateContacts(key, contacts, added, deleted, changed);
+    BindingChanges changes;
+    return settled(m_service.updateContacts(address.key, contacts, changes.added, changes.deleted, changes.changed),
+                   changes, now, bindings);
 }
 
-velm::DatabaseResult Registrar::remove(int key, const std::string& address, const std::string& header) {
+velm::DatabaseResult Registrar::remove(const Address& address, const std::string& contactAddress,
+                                       const std::string& header, long now,
+                                       std::vector<velm::ContactRecord>& bindings) {
     velm::ContactRecord contact;
-    contact.setAddress(address);
+    contact.setAddress(contactAddress);
     contact.setContactHeader(header);
+    contact.setCsid(address.csid);
     std::vector<velm::ContactRecord> contacts{contact};
-    std::vector<velm::ContactRecord> added, deleted, changed;
-    return m_service.unregisterContacts(key, contacts, added, deleted, changed);
+    BindingChanges changes;
+    return settled(
+        m_service.unregisterContacts(address.key, contacts, changes.added, changes.deleted, changes.changed), changes,
+        now, bindings);
 }
 
-velm::DatabaseResult Registrar::removeAll(int key) {
-    velm::DatabaseResult result = remove(key, "*", "*");
+velm::DatabaseResult Registrar::removeAll(const Address& address, long now,
+                                          std::vector<velm::ContactRecord>& bindings) {
+    velm::DatabaseResult result = remove(address, "*", "*", now, bindings);
     // Another request may have removed the last binding meanwhile.
-    if (result.badParameter() && result.getErrorMessage() == "unregisteringContacts: no contacts")
+    if (result.badParameter() && result.getErrorMessage() == "unregisteringContacts: no contacts") {
+        bindings.clear();
         result.setOkay();
+    }
     return result;
 }
 
-SipResponse Registrar::answer(int key, long now) {
-    std::vector<velm::ContactRecord> contacts;
-    velm::DatabaseResult result = m_bindings.current(key, now, contacts);
-    if (!result.okay())
-        return databaseFailure("bindings", result);
+SipResponse Registrar::answer(const Address& address, long now, std::vector<velm::ContactRecord>& bindings) {
+    // The auto-commit forms the operations hand over to report no changes.
+    if (m_service.m_useAutoCommit) {
+        bindings.clear();
+        velm::DatabaseResult result = m_bindings.current(address.key, now, bindings);
+        if (!result.okay())
+            return databaseFailure("bindings", result);
+    }
     SipResponse response(200, "OK");
-    for (const velm::ContactRecord& contact : contacts) {
+    for (const velm::ContactRecord& contact : bindings) {
         long left = contact.permanent() == "t" ? m_policy.maximum : contact.expires() - now;
         response.addHeader("Contact", "<" + contact.address() + ">;expires=" + std::to_string(left) +
                                           ";q=" + qText(thousandths(contact.qvalue())));

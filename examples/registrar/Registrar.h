@@ -29,18 +29,30 @@ public:
     SipResponse handle(const SipRequest& request);
 
 private:
+    // The address of record: its public address key and contact set.
+    struct Address {
+        int key;
+        int csid;
+    };
     // A binding asked for and the stored contact it names (null for a new one).
     struct Change {
         ContactBinding binding;
         const velm::ContactRecord* stored;
     };
 
-    velm::DatabaseResult apply(int key, const SipRequest& request, const Change& change, long now);
-    velm::DatabaseResult add(int key, const SipRequest& request, const ContactBinding& binding, long now);
-    velm::DatabaseResult refresh(int key, const SipRequest& request, const Change& change, long now);
-    velm::DatabaseResult remove(int key, const std::string& address, const std::string& header);
-    velm::DatabaseResult removeAll(int key);
-    SipResponse answer(int key, long now);
+    // The operations run their step-by-step forms and bring `bindings` up to
+    // date with what they report.
+    velm::DatabaseResult apply(const Address& address, const SipRequest& request, const Change& change, long now,
+                               std::vector<velm::ContactRecord>& bindings);
+    velm::DatabaseResult add(const Address& address, const SipRequest& request, const ContactBinding& binding,
+                             long now, std::vector<velm::ContactRecord>& bindings);
+    velm::DatabaseResult refresh(const Address& address, const SipRequest& request, const Change& change, long now,
+                                 std::vector<velm::ContactRecord>& bindings);
+    velm::DatabaseResult remove(const Address& address, const std::string& contactAddress, const std::string& header,
+                                long now, std::vector<velm::ContactRecord>& bindings);
+    velm::DatabaseResult removeAll(const Address& address, long now, std::vector<velm::ContactRecord>& bindings);
+    // 200 listing `bindings`; read afresh when the operations report nothing.
+    SipResponse answer(const Address& address, long now, std::vector<velm::ContactRecord>& bindings);
 
     velm::LocationService& m_service;
     Bindings m_bindings;
