@@ -173,23 +173,12 @@ XML
 
 # Starts velm-registrar: bench_start_registrar THREADS CONFIG [OPTION...];
 # sets registrar_pid and registrar_port.
+. scripts/start-registrar.sh
 bench_start_registrar() {
     local threads=$1 config=$2
     shift 2
-    # Emptied first: the child opens the log, and the loop must not read the
-    # previous registrar's port or a log that does not exist yet.
-    : >"$work/registrar.log"
-    "$build/examples/registrar/velm-registrar" --port 0 --threads "$threads" --domain bench.velm.test \
-        --config "$config" "$@" >"$work/registrar.log" 2>&1 &
-    registrar_pid=$!
-    registrar_port=
-    for _ in $(seq 300); do
-        registrar_port=$(sed -n 's/^velm-registrar listening on 127\.0\.0\.1:\([0-9]*\) .*/\1/p' "$work/registrar.log")
-        [ -n "$registrar_port" ] && return 0
-        sleep 0.1
-    done
-    cat "$work/registrar.log" >&2
-    return 1
+    start_registrar "$work/registrar.log" "$build/examples/registrar/velm-registrar" --port 0 --threads "$threads" \
+        --domain bench.velm.test --config "$config" "$@"
 }
 
 # Stops what bench_start_registrar started, if anything.
