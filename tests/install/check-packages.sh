@@ -3,7 +3,7 @@
 # root, checks where their files lie and what their control data declare,
 # runs the unpacked programs and bash completion, builds the consumer program
 # against the unpacked development files and runs it against the test server,
-# and runs lintian when it is installed (an error fails).
+# and runs lintian (an error fails).
 set -euo pipefail
 packages=${1:?directory of the .deb files}
 . "$(dirname "$0")/consumers.sh"
@@ -84,6 +84,5 @@ COMPLETION
 
 build_consumers "$root/usr" "$root" ""
 
-if command -v lintian >/dev/null; then
-    lintian --fail-on error "${deb[@]}" >&2 || fail "lintian reports errors"
-fi
+command -v lintian >/dev/null || fail "lintian is not installed (scripts/install-deps installs it)"
+lintian --fail-on error "${deb[@]}" >&2 || fail "lintian reports errors"
